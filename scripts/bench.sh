@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Runs every benchmark; each prints its own figures.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+for bench in build/cmake/bench/*_bench; do
+  echo "== ${bench##*/}"
+  "$bench"
+done
