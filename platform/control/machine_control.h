@@ -1,0 +1,46 @@
+// The virtual machine that the platform serves: its adapters and their outputs, and what tests
+// read back of the software GPU (debug-layer findings, live objects).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace platform::control {
+
+struct OutputDescription {
+  int32_t width = 1920;
+  int32_t height = 1080;
+  int32_t left = 0;  // position on the virtual desktop
+  int32_t top = 0;
+};
+
+struct AdapterDescription {
+  uint32_t vendorId = 0x10DE;
+  uint32_t deviceId = 0x2484;
+  std::wstring description;  // empty: the platform's default description
+  std::vector<OutputDescription> outputs;
+};
+
+struct MachineDescription {
+  std::vector<AdapterDescription> adapters;
+};
+
+// One NVIDIA adapter with one 1920x1080 output.
+MachineDescription defaultMachine();
+// Takes effect for every factory created afterwards.
+void setMachine(const MachineDescription& machine);
+MachineDescription currentMachine();
+
+// Uses of Direct3D 11 and DXGI that the real runtime's debug layer would report.
+uint64_t debugLayerViolations();
+std::vector<std::string> debugLayerMessages();
+void resetDebugLayer();
+
+// Live COM objects of the software GPU, by interface name ("ID3D11Texture2D", ...).
+std::map<std::string, int64_t> liveObjects();
+int64_t liveObjectCount(const std::string& interfaceName);
+int64_t totalLiveObjects();
+
+}  // namespace platform::control
