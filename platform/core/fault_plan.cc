@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <deque>
 #include <mutex>
 #include <thread>
 #include <unordered_map>
@@ -10,6 +12,11 @@
 namespace platform {
 namespace {
 
+// One counter per call name. Sites live for the process, so a thread may cache their addresses.
+struct CallSite {
+  std::atomic<uint64_t> calls{0};
+};
+
 struct PlannedFault {
   control::Fault fault;
   uint64_t seen = 0;  // matching calls since planning
@@ -17,14 +24,34 @@ struct PlannedFault {
 
 struct FaultPlan {
   std::mutex mutex;
+  std::unordered_map<std::string, CallSite*> sites;
+  std::deque<CallSite> siteStore;
   std::vector<PlannedFault> faults;
-  std::unordered_map<std::string, uint64_t> counts;
-  uint64_t datagrams = 0;
+  std::atomic<size_t> plannedCount{0};  // lets the common case, no fault at all, skip the lock
+  std::atomic<uint64_t> datagrams{0};
 };
 
 FaultPlan& plan() {
   static FaultPlan instance;
   return instance;
+}
+
+CallSite& siteNamed(FaultPlan& p, const std::string& name) {
+  CallSite*& site = p.sites[name];
+  if (site == nullptr) site = &p.siteStore.emplace_back();
+  return *site;
+}
+
+// Call names are string literals: each thread remembers the site of each literal it has used.
+CallSite& siteOf(const char* call) {
+  thread_local std::unordered_map<const char*, CallSite*> cache;
+  auto found = cache.find(call);
+  if (found != cache.end()) return *found->second;
+  FaultPlan& p = plan();
+  std::lock_guard<std::mutex> lock(p.mutex);
+  CallSite& site = siteNamed(p, call);
+  cache.emplace(call, &site);
+  return site;
 }
 
 bool affects(const PlannedFault& planned) {
@@ -36,12 +63,13 @@ bool affects(const PlannedFault& planned) {
 }  // namespace
 
 bool plannedFault(const char* call, int64_t* value) {
+  siteOf(call).calls.fetch_add(1, std::memory_order_relaxed);
   FaultPlan& p = plan();
+  if (p.plannedCount.load(std::memory_order_acquire) == 0) return false;
   uint32_t delayMs = 0;
   bool fails = false;
   {
     std::lock_guard<std::mutex> lock(p.mutex);
-    ++p.counts[call];
     for (PlannedFault& planned : p.faults) {
       if (planned.fault.call != call) continue;
       ++planned.seen;
@@ -62,11 +90,7 @@ int32_t plannedHresult(const char* call) {
   return plannedFault(call, &value) ? int32_t(value) : 0;
 }
 
-void countDatagram() {
-  FaultPlan& p = plan();
-  std::lock_guard<std::mutex> lock(p.mutex);
-  ++p.datagrams;
-}
+void countDatagram() { plan().datagrams.fetch_add(1, std::memory_order_relaxed); }
 
 namespace control {
 
@@ -74,6 +98,7 @@ void planFault(const Fault& fault) {
   FaultPlan& p = plan();
   std::lock_guard<std::mutex> lock(p.mutex);
   p.faults.push_back({fault, 0});
+  p.plannedCount.store(p.faults.size(), std::memory_order_release);
 }
 
 void failOnce(const std::string& call, int64_t value) { failTimes(call, value, 1); }
@@ -94,27 +119,24 @@ void clearFaults() {
   FaultPlan& p = plan();
   std::lock_guard<std::mutex> lock(p.mutex);
   p.faults.clear();
+  p.plannedCount.store(0, std::memory_order_release);
 }
 
 uint64_t callCount(const std::string& call) {
   FaultPlan& p = plan();
   std::lock_guard<std::mutex> lock(p.mutex);
-  auto found = p.counts.find(call);
-  return found == p.counts.end() ? 0 : found->second;
+  auto found = p.sites.find(call);
+  return found == p.sites.end() ? 0 : found->second->calls.load();
 }
 
 void resetCallCounts() {
   FaultPlan& p = plan();
   std::lock_guard<std::mutex> lock(p.mutex);
-  p.counts.clear();
-  p.datagrams = 0;
+  for (CallSite& site : p.siteStore) site.calls.store(0);
+  p.datagrams.store(0);
 }
 
-uint64_t datagramsSent() {
-  FaultPlan& p = plan();
-  std::lock_guard<std::mutex> lock(p.mutex);
-  return p.datagrams;
-}
+uint64_t datagramsSent() { return plan().datagrams.load(); }
 
 void reset() {
   clearFaults();

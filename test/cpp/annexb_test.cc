@@ -154,3 +154,44 @@ TEST(NormalizeToAnnexB, TooShortInputGivesNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+// The scanner's search, one position at a time: the reference the fast search must agree with.
+std::vector<Bytes> referenceScan(const Bytes& b) {
+  std::vector<Bytes> nals;
+  uint64_t size = b.size();
+  if (size < 4) return nals;
+  uint64_t pos = 0;
+  while (true) {
+    uint64_t start = pos;
+    if (b[pos] == 0 && b[pos + 1] == 0) start = b[pos + 2] == 1 ? pos + 3 : pos + 4;
+    uint64_t end = size;
+    for (uint64_t next = start + 1; next + 3 < size; ++next) {
+      if (b[next] == 0 && b[next + 1] == 0 && (b[next + 2] == 1 || (b[next + 2] == 0 && b[next + 3] == 1))) {
+        end = next;
+        break;
+      }
+    }
+    if (end <= start) break;
+    nals.emplace_back(b.begin() + long(start), b.begin() + long(end));
+    pos = end;
+    if (pos + 3 >= size) break;
+  }
+  return nals;
+}
+
+TEST(ScanAnnexB, AgreesWithAPlainSearchOnDenseZerosAndOnes) {
+  uint32_t state = 99;
+  for (int round = 0; round < 3000; ++round) {
+    Bytes buffer(4 + round % 60);
+    for (uint8_t& byte : buffer) {
+      state = state * 1103515245u + 12345u;
+      uint32_t pick = (state >> 16) % 8;
+      byte = pick < 4 ? 0 : pick < 6 ? 1 : uint8_t(0x41 + pick);
+    }
+    ASSERT_EQ(nalBytes(buffer), referenceScan(buffer)) << "round " << round;
+  }
+}
+
+}  // namespace
