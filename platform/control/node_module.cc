@@ -2,6 +2,7 @@
 #include <napi.h>
 
 #include "platform/control/platform_control.h"
+#include "windows.h"
 
 namespace {
 
@@ -9,7 +10,7 @@ namespace control = platform::control;
 
 bool requireString(const Napi::CallbackInfo& info, size_t index, std::string* out) {
   if (info.Length() <= index || !info[index].IsString()) {
-    Napi::TypeError::New(info.Env(), "expected a call name as a string").ThrowAsJavaScriptException();
+    Napi::TypeError::New(info.Env(), "expected a string").ThrowAsJavaScriptException();
     return false;
   }
   *out = info[index].As<Napi::String>().Utf8Value();
@@ -71,6 +72,13 @@ Napi::Value ClearDebugOutput(const Napi::CallbackInfo& info) {
   return info.Env().Undefined();
 }
 
+// Writes through OutputDebugStringA, as any module of the process would.
+Napi::Value WriteDebugOutput(const Napi::CallbackInfo& info) {
+  std::string text;
+  if (requireString(info, 0, &text)) OutputDebugStringA(text.c_str());
+  return info.Env().Undefined();
+}
+
 Napi::Value DatagramsSent(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), double(control::datagramsSent()));
 }
@@ -86,6 +94,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("callCount", Napi::Function::New(env, CallCount, "callCount"));
   exports.Set("debugOutput", Napi::Function::New(env, DebugOutput, "debugOutput"));
   exports.Set("clearDebugOutput", Napi::Function::New(env, ClearDebugOutput, "clearDebugOutput"));
+  exports.Set("writeDebugOutput", Napi::Function::New(env, WriteDebugOutput, "writeDebugOutput"));
   exports.Set("datagramsSent", Napi::Function::New(env, DatagramsSent, "datagramsSent"));
   exports.Set("reset", Napi::Function::New(env, Reset, "reset"));
   return exports;
