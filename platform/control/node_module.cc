@@ -1,6 +1,7 @@
 // The control interface for JavaScript: loaded beside the add-on, it steers the same platform.
 #include <napi.h>
 
+#include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
 #include "windows.h"
 
@@ -30,20 +31,20 @@ Napi::Value PlanFault(const Napi::CallbackInfo& info) {
         .ThrowAsJavaScriptException();
     return env.Undefined();
   }
-  Napi::Object spec = info[0].As<Napi::Object>();
-  Napi::Value call = spec.Get("call");
+  Napi::Object request = info[0].As<Napi::Object>();
+  Napi::Value call = request.Get("call");
   if (!call.IsString()) {
     Napi::TypeError::New(env, "planFault: call must name a platform call").ThrowAsJavaScriptException();
     return env.Undefined();
   }
   control::Fault fault;
   fault.call = call.As<Napi::String>().Utf8Value();
-  Napi::Value value = spec.Get("value");
+  Napi::Value value = request.Get("value");
   if (value.IsNumber()) fault.value = value.As<Napi::Number>().Int64Value();
-  fault.after = optionalUint(spec, "after", 0);
-  fault.times = optionalUint(spec, "times", 1);
-  fault.delayMs = optionalUint(spec, "delayMs", 0);
-  Napi::Value fails = spec.Get("fails");
+  fault.after = optionalUint(request, "after", 0);
+  fault.times = optionalUint(request, "times", 1);
+  fault.delayMs = optionalUint(request, "delayMs", 0);
+  Napi::Value fails = request.Get("fails");
   fault.fails = fails.IsBoolean() ? fails.As<Napi::Boolean>().Value() : true;
   control::planFault(fault);
   return env.Undefined();
@@ -83,6 +84,125 @@ Napi::Value DatagramsSent(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), double(control::datagramsSent()));
 }
 
+// Adapter descriptions are UTF-16 in JavaScript and wide strings (UTF-32 here) in the platform.
+std::wstring wideFrom(const Napi::String& text) {
+  std::u16string units = text.Utf16Value();
+  std::wstring wide;
+  for (size_t i = 0; i < units.size(); ++i) {
+    char32_t c = units[i];
+    if (c >= 0xD800 && c < 0xDC00 && i + 1 < units.size() && units[i + 1] >= 0xDC00 && units[i + 1] < 0xE000)
+      c = 0x10000 + ((c - 0xD800) << 10) + (units[++i] - 0xDC00);
+    wide.push_back(wchar_t(c));
+  }
+  return wide;
+}
+
+Napi::String stringFrom(Napi::Env env, const std::wstring& wide) {
+  std::u16string units;
+  for (wchar_t w : wide) {
+    char32_t c = char32_t(w);
+    if (c >= 0x10000) {
+      units.push_back(char16_t(0xD800 + ((c - 0x10000) >> 10)));
+      units.push_back(char16_t(0xDC00 + ((c - 0x10000) & 0x3FF)));
+    } else {
+      units.push_back(char16_t(c));
+    }
+  }
+  return Napi::String::New(env, units);
+}
+
+int32_t optionalInt(const Napi::Object& object, const char* key, int32_t fallback) {
+  Napi::Value value = object.Get(key);
+  return value.IsNumber() ? value.As<Napi::Number>().Int32Value() : fallback;
+}
+
+// setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }] })
+Napi::Value SetMachine(const Napi::CallbackInfo& info) {
+  Napi::Env env = info.Env();
+  if (info.Length() < 1 || !info[0].IsObject() || !info[0].As<Napi::Object>().Get("adapters").IsArray()) {
+    Napi::TypeError::New(env, "setMachine expects { adapters: [...] }").ThrowAsJavaScriptException();
+    return env.Undefined();
+  }
+  Napi::Array adapters = info[0].As<Napi::Object>().Get("adapters").As<Napi::Array>();
+  control::MachineDescription machine;
+  for (uint32_t i = 0; i < adapters.Length(); ++i) {
+    if (!adapters.Get(i).IsObject()) {
+      Napi::TypeError::New(env, "setMachine: each adapter is an object").ThrowAsJavaScriptException();
+      return env.Undefined();
+    }
+    Napi::Object source = adapters.Get(i).As<Napi::Object>();
+    control::AdapterDescription adapter;
+    adapter.vendorId = optionalUint(source, "vendorId", adapter.vendorId);
+    adapter.deviceId = optionalUint(source, "deviceId", adapter.deviceId);
+    if (source.Get("description").IsString()) adapter.description = wideFrom(source.Get("description").As<Napi::String>());
+    Napi::Value outputs = source.Get("outputs");
+    if (outputs.IsArray()) {
+      Napi::Array list = outputs.As<Napi::Array>();
+      for (uint32_t k = 0; k < list.Length(); ++k) {
+        if (!list.Get(k).IsObject()) continue;
+        Napi::Object o = list.Get(k).As<Napi::Object>();
+        control::OutputDescription output;
+        output.width = optionalInt(o, "width", output.width);
+        output.height = optionalInt(o, "height", output.height);
+        output.left = optionalInt(o, "left", output.left);
+        output.top = optionalInt(o, "top", output.top);
+        adapter.outputs.push_back(output);
+      }
+    }
+    machine.adapters.push_back(adapter);
+  }
+  control::setMachine(machine);
+  return env.Undefined();
+}
+
+Napi::Value CurrentMachine(const Napi::CallbackInfo& info) {
+  Napi::Env env = info.Env();
+  control::MachineDescription machine = control::currentMachine();
+  Napi::Array adapters = Napi::Array::New(env, machine.adapters.size());
+  for (uint32_t i = 0; i < machine.adapters.size(); ++i) {
+    const control::AdapterDescription& adapter = machine.adapters[i];
+    Napi::Object entry = Napi::Object::New(env);
+    entry.Set("vendorId", Napi::Number::New(env, adapter.vendorId));
+    entry.Set("deviceId", Napi::Number::New(env, adapter.deviceId));
+    entry.Set("description", stringFrom(env, adapter.description));
+    Napi::Array outputs = Napi::Array::New(env, adapter.outputs.size());
+    for (uint32_t k = 0; k < adapter.outputs.size(); ++k) {
+      Napi::Object o = Napi::Object::New(env);
+      o.Set("width", Napi::Number::New(env, adapter.outputs[k].width));
+      o.Set("height", Napi::Number::New(env, adapter.outputs[k].height));
+      o.Set("left", Napi::Number::New(env, adapter.outputs[k].left));
+      o.Set("top", Napi::Number::New(env, adapter.outputs[k].top));
+      outputs.Set(k, o);
+    }
+    entry.Set("outputs", outputs);
+    adapters.Set(i, entry);
+  }
+  Napi::Object result = Napi::Object::New(env);
+  result.Set("adapters", adapters);
+  return result;
+}
+
+Napi::Value DebugLayerViolations(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), double(control::debugLayerViolations()));
+}
+
+Napi::Value DebugLayerMessages(const Napi::CallbackInfo& info) {
+  std::vector<std::string> messages = control::debugLayerMessages();
+  Napi::Array result = Napi::Array::New(info.Env(), messages.size());
+  for (uint32_t i = 0; i < messages.size(); ++i) result.Set(i, Napi::String::New(info.Env(), messages[i]));
+  return result;
+}
+
+Napi::Value LiveObjects(const Napi::CallbackInfo& info) {
+  Napi::Object result = Napi::Object::New(info.Env());
+  for (const auto& [name, count] : control::liveObjects()) result.Set(name, Napi::Number::New(info.Env(), double(count)));
+  return result;
+}
+
+Napi::Value TotalLiveObjects(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), double(control::totalLiveObjects()));
+}
+
 Napi::Value Reset(const Napi::CallbackInfo& info) {
   control::reset();
   return info.Env().Undefined();
@@ -96,6 +216,12 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("clearDebugOutput", Napi::Function::New(env, ClearDebugOutput, "clearDebugOutput"));
   exports.Set("writeDebugOutput", Napi::Function::New(env, WriteDebugOutput, "writeDebugOutput"));
   exports.Set("datagramsSent", Napi::Function::New(env, DatagramsSent, "datagramsSent"));
+  exports.Set("setMachine", Napi::Function::New(env, SetMachine, "setMachine"));
+  exports.Set("currentMachine", Napi::Function::New(env, CurrentMachine, "currentMachine"));
+  exports.Set("debugLayerViolations", Napi::Function::New(env, DebugLayerViolations, "debugLayerViolations"));
+  exports.Set("debugLayerMessages", Napi::Function::New(env, DebugLayerMessages, "debugLayerMessages"));
+  exports.Set("liveObjects", Napi::Function::New(env, LiveObjects, "liveObjects"));
+  exports.Set("totalLiveObjects", Napi::Function::New(env, TotalLiveObjects, "totalLiveObjects"));
   exports.Set("reset", Napi::Function::New(env, Reset, "reset"));
   return exports;
 }

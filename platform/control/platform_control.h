@@ -42,7 +42,8 @@ uint64_t datagramsSent();
 int winsockStartupCount();
 int openSocketCount();
 
-// Back to a fresh platform state: no faults, zero counters, empty debug output.
+// Back to a fresh platform state: no faults, zero counters, empty debug output, the default
+// machine, a debug layer that has found nothing.
 void reset();
 
 }  // namespace platform::control

@@ -6,6 +6,7 @@
 #include <thread>
 #include <unordered_map>
 
+#include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
 #include "platform/core/call_gate.h"
 
@@ -142,6 +143,8 @@ void reset() {
   clearFaults();
   resetCallCounts();
   clearDebugOutput();
+  setMachine(defaultMachine());
+  resetDebugLayer();
 }
 
 }  // namespace control

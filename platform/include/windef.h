@@ -84,6 +84,11 @@ typedef struct tagPOINT {
   LONG y;
 } POINT;
 
+typedef struct tagSIZE {
+  LONG cx;
+  LONG cy;
+} SIZE;
+
 typedef struct _LUID {
   DWORD LowPart;
   LONG HighPart;

@@ -1,0 +1,304 @@
+// Direct3D 11: devices, immediate contexts, 2D textures, queries and (in the header below) the
+// video processor. The subset the system uses, with the SDK's names, values and signatures.
+#pragma once
+
+#include "d3dcommon.h"
+#include "dxgi.h"
+#include "unknwn.h"
+#include "windows.h"
+
+#define D3D11_SDK_VERSION 7
+#define D3D11_REQ_TEXTURE2D_U_OR_V_DIMENSION 16384
+#define D3D11_REQ_TEXTURE2D_ARRAY_AXIS_DIMENSION 2048
+#define D3D11_REQ_MIP_LEVELS 15
+#define D3D11_ASYNC_GETDATA_DONOTFLUSH 0x1
+#define D3D11_MAP_FLAG_DO_NOT_WAIT 0x100000L
+
+typedef enum D3D11_CREATE_DEVICE_FLAG {
+  D3D11_CREATE_DEVICE_SINGLETHREADED = 0x1,
+  D3D11_CREATE_DEVICE_DEBUG = 0x2,
+  D3D11_CREATE_DEVICE_SWITCH_TO_REF = 0x4,
+  D3D11_CREATE_DEVICE_PREVENT_INTERNAL_THREADING_OPTIMIZATIONS = 0x8,
+  D3D11_CREATE_DEVICE_BGRA_SUPPORT = 0x20,
+  D3D11_CREATE_DEVICE_DEBUGGABLE = 0x40,
+  D3D11_CREATE_DEVICE_PREVENT_ALTERING_LAYER_SETTINGS_FROM_REGISTRY = 0x80,
+  D3D11_CREATE_DEVICE_DISABLE_GPU_TIMEOUT = 0x100,
+  D3D11_CREATE_DEVICE_VIDEO_SUPPORT = 0x800
+} D3D11_CREATE_DEVICE_FLAG;
+
+typedef enum D3D11_USAGE {
+  D3D11_USAGE_DEFAULT = 0,
+  D3D11_USAGE_IMMUTABLE = 1,
+  D3D11_USAGE_DYNAMIC = 2,
+  D3D11_USAGE_STAGING = 3
+} D3D11_USAGE;
+
+typedef enum D3D11_BIND_FLAG {
+  D3D11_BIND_VERTEX_BUFFER = 0x1L,
+  D3D11_BIND_INDEX_BUFFER = 0x2L,
+  D3D11_BIND_CONSTANT_BUFFER = 0x4L,
+  D3D11_BIND_SHADER_RESOURCE = 0x8L,
+  D3D11_BIND_STREAM_OUTPUT = 0x10L,
+  D3D11_BIND_RENDER_TARGET = 0x20L,
+  D3D11_BIND_DEPTH_STENCIL = 0x40L,
+  D3D11_BIND_UNORDERED_ACCESS = 0x80L,
+  D3D11_BIND_DECODER = 0x200L,
+  D3D11_BIND_VIDEO_ENCODER = 0x400L
+} D3D11_BIND_FLAG;
+
+typedef enum D3D11_CPU_ACCESS_FLAG {
+  D3D11_CPU_ACCESS_WRITE = 0x10000L,
+  D3D11_CPU_ACCESS_READ = 0x20000L
+} D3D11_CPU_ACCESS_FLAG;
+
+typedef enum D3D11_RESOURCE_MISC_FLAG {
+  D3D11_RESOURCE_MISC_GENERATE_MIPS = 0x1L,
+  D3D11_RESOURCE_MISC_SHARED = 0x2L,
+  D3D11_RESOURCE_MISC_TEXTURECUBE = 0x4L,
+  D3D11_RESOURCE_MISC_DRAWINDIRECT_ARGS = 0x10L,
+  D3D11_RESOURCE_MISC_BUFFER_ALLOW_RAW_VIEWS = 0x20L,
+  D3D11_RESOURCE_MISC_BUFFER_STRUCTURED = 0x40L,
+  D3D11_RESOURCE_MISC_RESOURCE_CLAMP = 0x80L,
+  D3D11_RESOURCE_MISC_SHARED_KEYEDMUTEX = 0x100L,
+  D3D11_RESOURCE_MISC_GDI_COMPATIBLE = 0x200L,
+  D3D11_RESOURCE_MISC_SHARED_NTHANDLE = 0x800L,
+  D3D11_RESOURCE_MISC_RESTRICTED_CONTENT = 0x1000L,
+  D3D11_RESOURCE_MISC_RESTRICT_SHARED_RESOURCE = 0x2000L,
+  D3D11_RESOURCE_MISC_RESTRICT_SHARED_RESOURCE_DRIVER = 0x4000L,
+  D3D11_RESOURCE_MISC_GUARDED = 0x8000L,
+  D3D11_RESOURCE_MISC_TILE_POOL = 0x20000L,
+  D3D11_RESOURCE_MISC_TILED = 0x40000L,
+  D3D11_RESOURCE_MISC_HW_PROTECTED = 0x80000L
+} D3D11_RESOURCE_MISC_FLAG;
+
+typedef enum D3D11_MAP {
+  D3D11_MAP_READ = 1,
+  D3D11_MAP_WRITE = 2,
+  D3D11_MAP_READ_WRITE = 3,
+  D3D11_MAP_WRITE_DISCARD = 4,
+  D3D11_MAP_WRITE_NO_OVERWRITE = 5
+} D3D11_MAP;
+
+typedef enum D3D11_RESOURCE_DIMENSION {
+  D3D11_RESOURCE_DIMENSION_UNKNOWN = 0,
+  D3D11_RESOURCE_DIMENSION_BUFFER = 1,
+  D3D11_RESOURCE_DIMENSION_TEXTURE1D = 2,
+  D3D11_RESOURCE_DIMENSION_TEXTURE2D = 3,
+  D3D11_RESOURCE_DIMENSION_TEXTURE3D = 4
+} D3D11_RESOURCE_DIMENSION;
+
+typedef enum D3D11_DEVICE_CONTEXT_TYPE {
+  D3D11_DEVICE_CONTEXT_IMMEDIATE = 0,
+  D3D11_DEVICE_CONTEXT_DEFERRED = 1
+} D3D11_DEVICE_CONTEXT_TYPE;
+
+typedef enum D3D11_QUERY {
+  D3D11_QUERY_EVENT = 0,
+  D3D11_QUERY_OCCLUSION = 1,
+  D3D11_QUERY_TIMESTAMP = 2,
+  D3D11_QUERY_TIMESTAMP_DISJOINT = 3,
+  D3D11_QUERY_PIPELINE_STATISTICS = 4,
+  D3D11_QUERY_OCCLUSION_PREDICATE = 5,
+  D3D11_QUERY_SO_STATISTICS = 6,
+  D3D11_QUERY_SO_OVERFLOW_PREDICATE = 7,
+  D3D11_QUERY_SO_STATISTICS_STREAM0 = 8,
+  D3D11_QUERY_SO_OVERFLOW_PREDICATE_STREAM0 = 9,
+  D3D11_QUERY_SO_STATISTICS_STREAM1 = 10,
+  D3D11_QUERY_SO_OVERFLOW_PREDICATE_STREAM1 = 11,
+  D3D11_QUERY_SO_STATISTICS_STREAM2 = 12,
+  D3D11_QUERY_SO_OVERFLOW_PREDICATE_STREAM2 = 13,
+  D3D11_QUERY_SO_STATISTICS_STREAM3 = 14,
+  D3D11_QUERY_SO_OVERFLOW_PREDICATE_STREAM3 = 15
+} D3D11_QUERY;
+
+typedef enum D3D11_QUERY_MISC_FLAG { D3D11_QUERY_MISC_PREDICATEHINT = 0x1 } D3D11_QUERY_MISC_FLAG;
+
+typedef struct D3D11_QUERY_DESC {
+  D3D11_QUERY Query;
+  UINT MiscFlags;
+} D3D11_QUERY_DESC;
+
+typedef struct D3D11_QUERY_DATA_TIMESTAMP_DISJOINT {
+  UINT64 Frequency;
+  BOOL Disjoint;
+} D3D11_QUERY_DATA_TIMESTAMP_DISJOINT;
+
+typedef struct D3D11_TEXTURE2D_DESC {
+  UINT Width;
+  UINT Height;
+  UINT MipLevels;
+  UINT ArraySize;
+  DXGI_FORMAT Format;
+  DXGI_SAMPLE_DESC SampleDesc;
+  D3D11_USAGE Usage;
+  UINT BindFlags;
+  UINT CPUAccessFlags;
+  UINT MiscFlags;
+} D3D11_TEXTURE2D_DESC;
+
+typedef struct D3D11_SUBRESOURCE_DATA {
+  const void* pSysMem;
+  UINT SysMemPitch;
+  UINT SysMemSlicePitch;
+} D3D11_SUBRESOURCE_DATA;
+
+typedef struct D3D11_MAPPED_SUBRESOURCE {
+  void* pData;
+  UINT RowPitch;
+  UINT DepthPitch;
+} D3D11_MAPPED_SUBRESOURCE;
+
+typedef struct D3D11_BOX {
+  UINT left;
+  UINT top;
+  UINT front;
+  UINT right;
+  UINT bottom;
+  UINT back;
+} D3D11_BOX;
+
+typedef enum D3D11_FEATURE {
+  D3D11_FEATURE_THREADING = 0,
+  D3D11_FEATURE_DOUBLES = 1,
+  D3D11_FEATURE_FORMAT_SUPPORT = 2,
+  D3D11_FEATURE_FORMAT_SUPPORT2 = 3,
+  D3D11_FEATURE_D3D10_X_HARDWARE_OPTIONS = 4,
+  D3D11_FEATURE_D3D11_OPTIONS = 5,
+  D3D11_FEATURE_ARCHITECTURE_INFO = 6,
+  D3D11_FEATURE_D3D9_OPTIONS = 7,
+  D3D11_FEATURE_SHADER_MIN_PRECISION_SUPPORT = 8,
+  D3D11_FEATURE_D3D9_SHADOW_SUPPORT = 9
+} D3D11_FEATURE;
+
+typedef struct D3D11_FEATURE_DATA_THREADING {
+  BOOL DriverConcurrentCreates;
+  BOOL DriverCommandLists;
+} D3D11_FEATURE_DATA_THREADING;
+
+typedef struct D3D11_FEATURE_DATA_FORMAT_SUPPORT {
+  DXGI_FORMAT InFormat;
+  UINT OutFormatSupport;
+} D3D11_FEATURE_DATA_FORMAT_SUPPORT;
+
+typedef enum D3D11_FORMAT_SUPPORT {
+  D3D11_FORMAT_SUPPORT_BUFFER = 0x1,
+  D3D11_FORMAT_SUPPORT_TEXTURE2D = 0x20,
+  D3D11_FORMAT_SUPPORT_SHADER_LOAD = 0x100,
+  D3D11_FORMAT_SUPPORT_SHADER_SAMPLE = 0x200,
+  D3D11_FORMAT_SUPPORT_RENDER_TARGET = 0x4000,
+  D3D11_FORMAT_SUPPORT_CPU_LOCKABLE = 0x20000,
+  D3D11_FORMAT_SUPPORT_DISPLAY = 0x80000,
+  D3D11_FORMAT_SUPPORT_DECODER_OUTPUT = 0x8000000,
+  D3D11_FORMAT_SUPPORT_VIDEO_PROCESSOR_OUTPUT = 0x10000000,
+  D3D11_FORMAT_SUPPORT_VIDEO_PROCESSOR_INPUT = 0x20000000,
+  D3D11_FORMAT_SUPPORT_VIDEO_ENCODER = 0x40000000
+} D3D11_FORMAT_SUPPORT;
+
+struct ID3D11Device;
+
+MIDL_INTERFACE("1841e5c8-16b0-489b-bcc8-44cfb0d5deae")
+ID3D11DeviceChild : public IUnknown {
+  virtual void STDMETHODCALLTYPE GetDevice(ID3D11Device** ppDevice) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetPrivateData(REFGUID guid, UINT* pDataSize, void* pData) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetPrivateData(REFGUID guid, UINT DataSize, const void* pData) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetPrivateDataInterface(REFGUID guid, const IUnknown* pData) = 0;
+};
+__CRT_UUID_DECL(ID3D11DeviceChild, 0x1841E5C8, 0x16B0, 0x489B, 0xBC, 0xC8, 0x44, 0xCF, 0xB0, 0xD5, 0xDE, 0xAE)
+DEFINE_GUID(IID_ID3D11DeviceChild, 0x1841E5C8, 0x16B0, 0x489B, 0xBC, 0xC8, 0x44, 0xCF, 0xB0, 0xD5, 0xDE, 0xAE);
+
+MIDL_INTERFACE("4b35d0cd-1e15-4258-9c98-1b1333f6dd3b")
+ID3D11Asynchronous : public ID3D11DeviceChild {
+  virtual UINT STDMETHODCALLTYPE GetDataSize() = 0;
+};
+__CRT_UUID_DECL(ID3D11Asynchronous, 0x4B35D0CD, 0x1E15, 0x4258, 0x9C, 0x98, 0x1B, 0x13, 0x33, 0xF6, 0xDD, 0x3B)
+DEFINE_GUID(IID_ID3D11Asynchronous, 0x4B35D0CD, 0x1E15, 0x4258, 0x9C, 0x98, 0x1B, 0x13, 0x33, 0xF6, 0xDD, 0x3B);
+
+MIDL_INTERFACE("d6c00747-87b7-425e-b84d-44d108560afd")
+ID3D11Query : public ID3D11Asynchronous {
+  virtual void STDMETHODCALLTYPE GetDesc(D3D11_QUERY_DESC* pDesc) = 0;
+};
+__CRT_UUID_DECL(ID3D11Query, 0xD6C00747, 0x87B7, 0x425E, 0xB8, 0x4D, 0x44, 0xD1, 0x08, 0x56, 0x0A, 0xFD)
+DEFINE_GUID(IID_ID3D11Query, 0xD6C00747, 0x87B7, 0x425E, 0xB8, 0x4D, 0x44, 0xD1, 0x08, 0x56, 0x0A, 0xFD);
+
+MIDL_INTERFACE("dc8e63f3-d12b-4952-b47b-5e45026a862d")
+ID3D11Resource : public ID3D11DeviceChild {
+  virtual void STDMETHODCALLTYPE GetType(D3D11_RESOURCE_DIMENSION* pResourceDimension) = 0;
+  virtual void STDMETHODCALLTYPE SetEvictionPriority(UINT EvictionPriority) = 0;
+  virtual UINT STDMETHODCALLTYPE GetEvictionPriority() = 0;
+};
+__CRT_UUID_DECL(ID3D11Resource, 0xDC8E63F3, 0xD12B, 0x4952, 0xB4, 0x7B, 0x5E, 0x45, 0x02, 0x6A, 0x86, 0x2D)
+DEFINE_GUID(IID_ID3D11Resource, 0xDC8E63F3, 0xD12B, 0x4952, 0xB4, 0x7B, 0x5E, 0x45, 0x02, 0x6A, 0x86, 0x2D);
+
+MIDL_INTERFACE("6f15aaf2-d208-4e89-9ab4-489535d34f9c")
+ID3D11Texture2D : public ID3D11Resource {
+  virtual void STDMETHODCALLTYPE GetDesc(D3D11_TEXTURE2D_DESC* pDesc) = 0;
+};
+__CRT_UUID_DECL(ID3D11Texture2D, 0x6F15AAF2, 0xD208, 0x4E89, 0x9A, 0xB4, 0x48, 0x95, 0x35, 0xD3, 0x4F, 0x9C)
+DEFINE_GUID(IID_ID3D11Texture2D, 0x6F15AAF2, 0xD208, 0x4E89, 0x9A, 0xB4, 0x48, 0x95, 0x35, 0xD3, 0x4F, 0x9C);
+
+MIDL_INTERFACE("839d1216-bb2e-412b-b7f4-a9dbebe08ed1")
+ID3D11View : public ID3D11DeviceChild {
+  virtual void STDMETHODCALLTYPE GetResource(ID3D11Resource** ppResource) = 0;
+};
+__CRT_UUID_DECL(ID3D11View, 0x839D1216, 0xBB2E, 0x412B, 0xB7, 0xF4, 0xA9, 0xDB, 0xEB, 0xE0, 0x8E, 0xD1)
+DEFINE_GUID(IID_ID3D11View, 0x839D1216, 0xBB2E, 0x412B, 0xB7, 0xF4, 0xA9, 0xDB, 0xEB, 0xE0, 0x8E, 0xD1);
+
+MIDL_INTERFACE("c0bfa96c-e089-44fb-8eaf-26f8796190da")
+ID3D11DeviceContext : public ID3D11DeviceChild {
+  virtual HRESULT STDMETHODCALLTYPE Map(ID3D11Resource* pResource, UINT Subresource, D3D11_MAP MapType,
+                                        UINT MapFlags, D3D11_MAPPED_SUBRESOURCE* pMappedResource) = 0;
+  virtual void STDMETHODCALLTYPE Unmap(ID3D11Resource* pResource, UINT Subresource) = 0;
+  virtual void STDMETHODCALLTYPE Begin(ID3D11Asynchronous* pAsync) = 0;
+  virtual void STDMETHODCALLTYPE End(ID3D11Asynchronous* pAsync) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetData(ID3D11Asynchronous* pAsync, void* pData, UINT DataSize,
+                                            UINT GetDataFlags) = 0;
+  virtual void STDMETHODCALLTYPE CopySubresourceRegion(ID3D11Resource* pDstResource, UINT DstSubresource, UINT DstX,
+                                                       UINT DstY, UINT DstZ, ID3D11Resource* pSrcResource,
+                                                       UINT SrcSubresource, const D3D11_BOX* pSrcBox) = 0;
+  virtual void STDMETHODCALLTYPE CopyResource(ID3D11Resource* pDstResource, ID3D11Resource* pSrcResource) = 0;
+  virtual void STDMETHODCALLTYPE UpdateSubresource(ID3D11Resource* pDstResource, UINT DstSubresource,
+                                                   const D3D11_BOX* pDstBox, const void* pSrcData, UINT SrcRowPitch,
+                                                   UINT SrcDepthPitch) = 0;
+  virtual void STDMETHODCALLTYPE ClearState() = 0;
+  virtual void STDMETHODCALLTYPE Flush() = 0;
+  virtual D3D11_DEVICE_CONTEXT_TYPE STDMETHODCALLTYPE GetType() = 0;
+  virtual UINT STDMETHODCALLTYPE GetContextFlags() = 0;
+};
+__CRT_UUID_DECL(ID3D11DeviceContext, 0xC0BFA96C, 0xE089, 0x44FB, 0x8E, 0xAF, 0x26, 0xF8, 0x79, 0x61, 0x90, 0xDA)
+DEFINE_GUID(IID_ID3D11DeviceContext, 0xC0BFA96C, 0xE089, 0x44FB, 0x8E, 0xAF, 0x26, 0xF8, 0x79, 0x61, 0x90, 0xDA);
+
+MIDL_INTERFACE("db6f6ddb-ac77-4e88-8253-819df9bbf140")
+ID3D11Device : public IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE CreateTexture2D(const D3D11_TEXTURE2D_DESC* pDesc,
+                                                    const D3D11_SUBRESOURCE_DATA* pInitialData,
+                                                    ID3D11Texture2D** ppTexture2D) = 0;
+  virtual HRESULT STDMETHODCALLTYPE CreateQuery(const D3D11_QUERY_DESC* pQueryDesc, ID3D11Query** ppQuery) = 0;
+  virtual HRESULT STDMETHODCALLTYPE OpenSharedResource(HANDLE hResource, REFIID ReturnedInterface,
+                                                       void** ppResource) = 0;
+  virtual HRESULT STDMETHODCALLTYPE CheckFormatSupport(DXGI_FORMAT Format, UINT* pFormatSupport) = 0;
+  virtual HRESULT STDMETHODCALLTYPE CheckMultisampleQualityLevels(DXGI_FORMAT Format, UINT SampleCount,
+                                                                  UINT* pNumQualityLevels) = 0;
+  virtual HRESULT STDMETHODCALLTYPE CheckFeatureSupport(D3D11_FEATURE Feature, void* pFeatureSupportData,
+                                                        UINT FeatureSupportDataSize) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetPrivateData(REFGUID guid, UINT* pDataSize, void* pData) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetPrivateData(REFGUID guid, UINT DataSize, const void* pData) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetPrivateDataInterface(REFGUID guid, const IUnknown* pData) = 0;
+  virtual D3D_FEATURE_LEVEL STDMETHODCALLTYPE GetFeatureLevel() = 0;
+  virtual UINT STDMETHODCALLTYPE GetCreationFlags() = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetDeviceRemovedReason() = 0;
+  virtual void STDMETHODCALLTYPE GetImmediateContext(ID3D11DeviceContext** ppImmediateContext) = 0;
+  virtual HRESULT STDMETHODCALLTYPE SetExceptionMode(UINT RaiseFlags) = 0;
+  virtual UINT STDMETHODCALLTYPE GetExceptionMode() = 0;
+};
+__CRT_UUID_DECL(ID3D11Device, 0xDB6F6DDB, 0xAC77, 0x4E88, 0x82, 0x53, 0x81, 0x9D, 0xF9, 0xBB, 0xF1, 0x40)
+DEFINE_GUID(IID_ID3D11Device, 0xDB6F6DDB, 0xAC77, 0x4E88, 0x82, 0x53, 0x81, 0x9D, 0xF9, 0xBB, 0xF1, 0x40);
+
+#include "d3d11_video_processing.h"
+
+#define D3D11_API extern "C" __attribute__((visibility("default")))
+
+D3D11_API HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* pAdapter, D3D_DRIVER_TYPE DriverType, HMODULE Software,
+                                           UINT Flags, const D3D_FEATURE_LEVEL* pFeatureLevels, UINT FeatureLevels,
+                                           UINT SDKVersion, ID3D11Device** ppDevice,
+                                           D3D_FEATURE_LEVEL* pFeatureLevel,
+                                           ID3D11DeviceContext** ppImmediateContext);

@@ -1,0 +1,62 @@
+// DXGI display types: modes, rotation, gamma.
+#pragma once
+
+#include "dxgicommon.h"
+#include "dxgiformat.h"
+#include "windef.h"
+
+#define DXGI_CPU_ACCESS_NONE 0
+#define DXGI_CPU_ACCESS_DYNAMIC 1
+#define DXGI_CPU_ACCESS_READ_WRITE 2
+#define DXGI_CPU_ACCESS_SCRATCH 3
+#define DXGI_CPU_ACCESS_FIELD 15
+
+typedef struct DXGI_RGB {
+  float Red;
+  float Green;
+  float Blue;
+} DXGI_RGB;
+
+typedef struct DXGI_GAMMA_CONTROL {
+  DXGI_RGB Scale;
+  DXGI_RGB Offset;
+  DXGI_RGB GammaCurve[1025];
+} DXGI_GAMMA_CONTROL;
+
+typedef struct DXGI_GAMMA_CONTROL_CAPABILITIES {
+  BOOL ScaleAndOffsetSupported;
+  float MaxConvertedValue;
+  float MinConvertedValue;
+  UINT NumGammaControlPoints;
+  float ControlPointPositions[1025];
+} DXGI_GAMMA_CONTROL_CAPABILITIES;
+
+typedef enum DXGI_MODE_SCANLINE_ORDER {
+  DXGI_MODE_SCANLINE_ORDER_UNSPECIFIED = 0,
+  DXGI_MODE_SCANLINE_ORDER_PROGRESSIVE = 1,
+  DXGI_MODE_SCANLINE_ORDER_UPPER_FIELD_FIRST = 2,
+  DXGI_MODE_SCANLINE_ORDER_LOWER_FIELD_FIRST = 3
+} DXGI_MODE_SCANLINE_ORDER;
+
+typedef enum DXGI_MODE_SCALING {
+  DXGI_MODE_SCALING_UNSPECIFIED = 0,
+  DXGI_MODE_SCALING_CENTERED = 1,
+  DXGI_MODE_SCALING_STRETCHED = 2
+} DXGI_MODE_SCALING;
+
+typedef enum DXGI_MODE_ROTATION {
+  DXGI_MODE_ROTATION_UNSPECIFIED = 0,
+  DXGI_MODE_ROTATION_IDENTITY = 1,
+  DXGI_MODE_ROTATION_ROTATE90 = 2,
+  DXGI_MODE_ROTATION_ROTATE180 = 3,
+  DXGI_MODE_ROTATION_ROTATE270 = 4
+} DXGI_MODE_ROTATION;
+
+typedef struct DXGI_MODE_DESC {
+  UINT Width;
+  UINT Height;
+  DXGI_RATIONAL RefreshRate;
+  DXGI_FORMAT Format;
+  DXGI_MODE_SCANLINE_ORDER ScanlineOrdering;
+  DXGI_MODE_SCALING Scaling;
+} DXGI_MODE_DESC;
