@@ -203,6 +203,10 @@ Napi::Value TotalLiveObjects(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), double(control::totalLiveObjects()));
 }
 
+Napi::Value OpenHandleCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), double(control::openHandleCount()));
+}
+
 Napi::Value Reset(const Napi::CallbackInfo& info) {
   control::reset();
   return info.Env().Undefined();
@@ -222,6 +226,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("debugLayerMessages", Napi::Function::New(env, DebugLayerMessages, "debugLayerMessages"));
   exports.Set("liveObjects", Napi::Function::New(env, LiveObjects, "liveObjects"));
   exports.Set("totalLiveObjects", Napi::Function::New(env, TotalLiveObjects, "totalLiveObjects"));
+  exports.Set("openHandleCount", Napi::Function::New(env, OpenHandleCount, "openHandleCount"));
   exports.Set("reset", Napi::Function::New(env, Reset, "reset"));
   return exports;
 }

@@ -2,6 +2,7 @@
 // includes this header; it sees the platform only through the SDK-named headers.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -41,6 +42,9 @@ uint64_t datagramsSent();
 // Open Winsock references (WSAStartup calls not yet matched by WSACleanup) and open sockets.
 int winsockStartupCount();
 int openSocketCount();
+
+// Open NT handles: handed out (by CreateSharedHandle, say) and not yet closed by CloseHandle.
+size_t openHandleCount();
 
 // Back to a fresh platform state: no faults, zero counters, empty debug output, the default
 // machine, a debug layer that has found nothing.

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "platform/control/platform_control.h"
 #include "platform/core/call_gate.h"
 #include "windows.h"
 
@@ -37,11 +38,15 @@ std::shared_ptr<KernelObject> objectFromHandle(HANDLE handle) {
   return found == t.open.end() ? nullptr : found->second;
 }
 
+namespace control {
+
 size_t openHandleCount() {
   HandleTable& t = table();
   std::lock_guard<std::mutex> lock(t.mutex);
   return t.open.size();
 }
+
+}  // namespace control
 
 }  // namespace platform
 

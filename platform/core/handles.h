@@ -16,6 +16,5 @@ class KernelObject {
 HANDLE createHandle(std::shared_ptr<KernelObject> object);
 // The object behind an open handle, or null for a closed or unknown one.
 std::shared_ptr<KernelObject> objectFromHandle(HANDLE handle);
-size_t openHandleCount();
 
 }  // namespace platform

@@ -41,9 +41,8 @@ class CrossAdapterCopyTest : public testing_support::GpuTest {
  protected:
   void SetUp() override {
     GpuTest::SetUp();
-    control::MachineDescription machine;
-    machine.adapters = {testing_support::adapter(0x8086, 0xC0, 1), testing_support::adapter(0x10DE, 0xB1, 0)};
-    control::setMachine(machine);
+    control::setMachine(testing_support::machineOf(
+        {testing_support::adapter(0x8086, 0xC0, 1), testing_support::adapter(0x10DE, 0xB1, 0)}));
     capture = std::make_unique<D3DContext>();
     encode = std::make_unique<D3DContext>();
     ASSERT_TRUE(capture->createOnFirstAdapter());

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "test/support/software_gpu.h"
+#include "test/support/gpu_test_helpers.h"
 
 namespace control = platform::control;
 using namespace testing_support;
@@ -13,17 +13,6 @@ namespace {
 
 constexpr uint32_t kRed = 0xFFFF0000;
 constexpr uint32_t kBlue = 0xFF0000FF;
-
-struct Ycc {
-  double y, cb, cr;
-};
-
-// BT.709 or BT.601, studio range, from 8-bit full-range R'G'B'.
-Ycc studio(uint32_t bgra, double kr, double kb) {
-  double r = ((bgra >> 16) & 0xFF) / 255.0, g = ((bgra >> 8) & 0xFF) / 255.0, b = (bgra & 0xFF) / 255.0;
-  double y = kr * r + (1 - kr - kb) * g + kb * b;
-  return {16 + 219 * y, 128 + 224 * (b - y) / (2 * (1 - kb)), 128 + 224 * (r - y) / (2 * (1 - kr))};
-}
 
 class VideoProcessorTest : public SoftwareGpuTest {
  protected:
@@ -118,7 +107,7 @@ TEST_F(VideoProcessorTest, ConvertsToBt709StudioRangeWhenTheColourSpacesSaySo) {
   CountedRef<ID3D11Texture2D> input = source(kRed, kBlue);
   ASSERT_EQ(blt(input.get()), S_OK);
   Picture out = read();
-  Ycc red = studio(kRed, 0.2126, 0.0722), blue = studio(kBlue, 0.2126, 0.0722);
+  YCbCr red = studioRange(kRed, 0.2126, 0.0722), blue = studioRange(kBlue, 0.2126, 0.0722);
   EXPECT_NEAR(out.luma(2, 8), red.y, 1.5);
   EXPECT_NEAR(out.cb(1, 4), red.cb, 1.5);
   EXPECT_NEAR(out.cr(1, 4), red.cr, 1.5);
@@ -131,7 +120,7 @@ TEST_F(VideoProcessorTest, AnOutputLeftAtItsDefaultColourSpaceGetsBt601) {
   CountedRef<ID3D11Texture2D> input = source(kRed, kRed);
   ASSERT_EQ(blt(input.get()), S_OK);
   Picture out = read();
-  Ycc bt601 = studio(kRed, 0.299, 0.114);
+  YCbCr bt601 = studioRange(kRed, 0.299, 0.114);
   EXPECT_NEAR(out.luma(10, 10), bt601.y, 2.0);
   EXPECT_NEAR(out.cr(5, 5), bt601.cr, 2.0);
 }
@@ -156,7 +145,7 @@ TEST_F(VideoProcessorTest, TheSourceRectangleChoosesWhatIsScaled) {
   CountedRef<ID3D11Texture2D> input = source(kRed, kBlue);
   ASSERT_EQ(blt(input.get()), S_OK);
   Picture out = read();
-  Ycc blue = studio(kBlue, 0.2126, 0.0722);
+  YCbCr blue = studioRange(kBlue, 0.2126, 0.0722);
   EXPECT_NEAR(out.luma(0, 0), blue.y, 1.5);
   EXPECT_NEAR(out.luma(31, 15), blue.y, 1.5);
 }
@@ -172,7 +161,7 @@ TEST_F(VideoProcessorTest, OnlyTheTargetRectangleIsWrittenAndTheBackgroundFillsA
   CountedRef<ID3D11Texture2D> red = source(kRed, kRed);
   ASSERT_EQ(blt(red.get()), S_OK);
   Picture out = read();
-  EXPECT_NEAR(out.luma(3, 3), studio(kRed, 0.2126, 0.0722).y, 1.5);  // the stream
+  EXPECT_NEAR(out.luma(3, 3), studioRange(kRed, 0.2126, 0.0722).y, 1.5);  // the stream
   EXPECT_EQ(out.luma(12, 3), 16);                                     // black background in the target
   EXPECT_EQ(out.cb(6, 1), 128);
   EXPECT_EQ(out.luma(24, 3), 235);                                    // outside the target: untouched

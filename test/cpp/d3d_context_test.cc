@@ -41,9 +41,7 @@ uint32_t deviceIdOf(const D3DContext& context) {
 class D3DContextTest : public testing_support::GpuTest {
  protected:
   void useMachine(std::vector<control::AdapterDescription> adapters) {
-    control::MachineDescription machine;
-    machine.adapters = std::move(adapters);
-    control::setMachine(machine);
+    control::setMachine(testing_support::machineOf(std::move(adapters)));
   }
 };
 

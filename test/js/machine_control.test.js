@@ -28,6 +28,7 @@ test('the software GPU starts with nothing live and nothing found by its debug l
   assert.deepStrictEqual(control.debugLayerMessages(), []);
   assert.deepStrictEqual(control.liveObjects(), {});
   assert.strictEqual(control.totalLiveObjects(), 0);
+  assert.strictEqual(control.openHandleCount(), 0);
 });
 
 test('setMachine refuses a description without adapters', () => {

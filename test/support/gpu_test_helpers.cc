@@ -9,7 +9,6 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/control/platform_control.h"
 #include "support/failure.h"
 
 namespace control = platform::control;
@@ -17,8 +16,7 @@ namespace control = platform::control;
 namespace testing_support {
 
 void GpuTest::SetUp() {
-  control::reset();
-  control::resetDebugLayer();
+  SoftwareGpuTest::SetUp();
   threadLastFailure.clear();
 }
 
@@ -29,6 +27,7 @@ void GpuTest::TearDown() {
   for (const auto& [name, count] : control::liveObjects()) {
     if (count != 0) ADD_FAILURE() << "still alive: " << count << " " << name;
   }
+  EXPECT_EQ(control::openHandleCount(), 0u);
 }
 
 control::AdapterDescription adapter(uint32_t vendorId, uint32_t deviceId, int outputs) {
@@ -50,15 +49,14 @@ ULONG referenceCount(IUnknown* object) {
 
 namespace {
 
-CountedRef<ID3D11Texture2D> stagingLike(ID3D11Device* device, ID3D11Texture2D* texture, UINT cpuAccess) {
-  D3D11_TEXTURE2D_DESC desc = {};
-  texture->GetDesc(&desc);
-  desc.Usage = D3D11_USAGE_STAGING;
-  desc.BindFlags = 0;
-  desc.CPUAccessFlags = cpuAccess;
-  desc.MiscFlags = 0;
-  CountedRef<ID3D11Texture2D> staging;
-  EXPECT_EQ(device->CreateTexture2D(&desc, nullptr, staging.put()), S_OK);
+// A staging texture that `texture` is copied into, its description in `desc`; empty when it could
+// not be made.
+CountedRef<ID3D11Texture2D> readableCopy(ID3D11Device* device, ID3D11DeviceContext* context, ID3D11Texture2D* texture,
+                                         D3D11_TEXTURE2D_DESC* desc) {
+  texture->GetDesc(desc);
+  CountedRef<ID3D11Texture2D> staging =
+      makeTexture(device, stagingDesc(desc->Width, desc->Height, desc->Format, D3D11_CPU_ACCESS_READ));
+  if (staging) context->CopyResource(staging.get(), texture);
   return staging;
 }
 
@@ -66,20 +64,10 @@ CountedRef<ID3D11Texture2D> stagingLike(ID3D11Device* device, ID3D11Texture2D* t
 
 CountedRef<ID3D11Texture2D> textureWithPixels(ID3D11Device* device, ID3D11DeviceContext* context, uint32_t width,
                                         uint32_t height, const std::vector<uint32_t>& pixels, DXGI_FORMAT format) {
-  D3D11_TEXTURE2D_DESC desc = {};
-  desc.Width = width;
-  desc.Height = height;
-  desc.MipLevels = 1;
-  desc.ArraySize = 1;
-  desc.Format = format;
-  desc.SampleDesc.Count = 1;
-  desc.Usage = D3D11_USAGE_DEFAULT;
-  desc.BindFlags = D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET;
-  CountedRef<ID3D11Texture2D> texture;
-  EXPECT_EQ(device->CreateTexture2D(&desc, nullptr, texture.put()), S_OK);
+  CountedRef<ID3D11Texture2D> texture = makeTexture(device, textureDesc(width, height, format));
   if (!texture) return texture;
 
-  CountedRef<ID3D11Texture2D> staging = stagingLike(device, texture.get(), D3D11_CPU_ACCESS_WRITE);
+  CountedRef<ID3D11Texture2D> staging = makeTexture(device, stagingDesc(width, height, format, D3D11_CPU_ACCESS_WRITE));
   if (!staging) return {};
   D3D11_MAPPED_SUBRESOURCE mapped = {};
   EXPECT_EQ(context->Map(staging.get(), 0, D3D11_MAP_WRITE, 0, &mapped), S_OK);
@@ -94,11 +82,9 @@ CountedRef<ID3D11Texture2D> textureWithPixels(ID3D11Device* device, ID3D11Device
 }
 
 std::vector<uint32_t> readPixels(ID3D11Device* device, ID3D11DeviceContext* context, ID3D11Texture2D* texture) {
-  CountedRef<ID3D11Texture2D> staging = stagingLike(device, texture, D3D11_CPU_ACCESS_READ);
-  if (!staging) return {};
-  context->CopyResource(staging.get(), texture);
   D3D11_TEXTURE2D_DESC desc = {};
-  texture->GetDesc(&desc);
+  CountedRef<ID3D11Texture2D> staging = readableCopy(device, context, texture, &desc);
+  if (!staging) return {};
   D3D11_MAPPED_SUBRESOURCE mapped = {};
   EXPECT_EQ(context->Map(staging.get(), 0, D3D11_MAP_READ, 0, &mapped), S_OK);
   if (mapped.pData == nullptr) return {};
@@ -113,11 +99,9 @@ std::vector<uint32_t> readPixels(ID3D11Device* device, ID3D11DeviceContext* cont
 
 Nv12Picture readNv12(ID3D11Device* device, ID3D11DeviceContext* context, ID3D11Texture2D* texture) {
   Nv12Picture picture;
-  CountedRef<ID3D11Texture2D> staging = stagingLike(device, texture, D3D11_CPU_ACCESS_READ);
-  if (!staging) return picture;
-  context->CopyResource(staging.get(), texture);
   D3D11_TEXTURE2D_DESC desc = {};
-  texture->GetDesc(&desc);
+  CountedRef<ID3D11Texture2D> staging = readableCopy(device, context, texture, &desc);
+  if (!staging) return picture;
   D3D11_MAPPED_SUBRESOURCE mapped = {};
   EXPECT_EQ(context->Map(staging.get(), 0, D3D11_MAP_READ, 0, &mapped), S_OK);
   if (mapped.pData == nullptr) return picture;
@@ -138,12 +122,13 @@ Nv12Picture readNv12(ID3D11Device* device, ID3D11DeviceContext* context, ID3D11T
   return picture;
 }
 
-YCbCr bt709Studio(uint32_t pixel) {
+YCbCr studioRange(uint32_t pixel, double kr, double kb) {
   double r = ((pixel >> 16) & 0xFF) / 255.0;
   double g = ((pixel >> 8) & 0xFF) / 255.0;
   double b = (pixel & 0xFF) / 255.0;
-  double luma = 0.2126 * r + 0.7152 * g + 0.0722 * b;
-  return {16.0 + 219.0 * luma, 128.0 + 224.0 * (b - luma) / 1.8556, 128.0 + 224.0 * (r - luma) / 1.5748};
+  double luma = kr * r + (1 - kr - kb) * g + kb * b;
+  return {16.0 + 219.0 * luma, 128.0 + 224.0 * (b - luma) / (2 * (1 - kb)),
+          128.0 + 224.0 * (r - luma) / (2 * (1 - kr))};
 }
 
 double psnr(const std::vector<uint8_t>& a, const std::vector<double>& reference) {

@@ -1,23 +1,21 @@
-// Helpers for tests of the GPU code: a fixture that checks for leaks and debug-layer findings,
-// machines of given adapters, textures with given pixels, and pixels read back.
+// Helpers for tests of the GPU code, on top of the software GPU's: a fixture that checks for leaks
+// and debug-layer findings, adapters of given outputs, textures with given pixels, and pixels read
+// back.
 #pragma once
-
-#include <d3d11.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <vector>
 
-#include "platform/control/machine_control.h"
-#include "support/counted_ref.h"
+#include "test/support/software_gpu.h"
 
 namespace testing_support {
 
-// Resets the platform before each test. After it, every COM object must be gone and the debug
-// layer must have found nothing; tests destroy their objects before TearDown runs.
-class GpuTest : public testing::Test {
+// Resets the platform before each test. After it, every COM object must be gone, every NT handle
+// closed and the debug layer must have found nothing; tests destroy their objects before TearDown
+// runs.
+class GpuTest : public SoftwareGpuTest {
  protected:
   void SetUp() override;
   void TearDown() override;
@@ -56,11 +54,12 @@ struct Nv12Picture {
 // luma plane at RowPitch * Height.
 Nv12Picture readNv12(ID3D11Device* device, ID3D11DeviceContext* context, ID3D11Texture2D* texture);
 
-// BT.709 studio range in double precision, for 8-bit R'G'B'.
+// Studio range in double precision, for 8-bit full-range R'G'B' and the luma weights `kr`, `kb`.
 struct YCbCr {
   double y, cb, cr;
 };
-YCbCr bt709Studio(uint32_t pixel);
+YCbCr studioRange(uint32_t pixel, double kr, double kb);
+inline YCbCr bt709Studio(uint32_t pixel) { return studioRange(pixel, 0.2126, 0.0722); }
 
 // 10 * log10(255^2 / MSE) of two equal-sized planes; infinity when they are equal.
 double psnr(const std::vector<uint8_t>& a, const std::vector<double>& reference);
