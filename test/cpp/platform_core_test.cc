@@ -135,6 +135,9 @@ TEST_F(PlatformCoreTest, TaskMemoryAllocatesAndFrees) {
   ASSERT_NE(block, nullptr);
   CoTaskMemFree(block);
   CoTaskMemFree(nullptr);
+  EXPECT_EQ(control::callCount("CoTaskMemFree"), 2u);
+  control::failOnce("CoTaskMemAlloc", 0);
+  EXPECT_EQ(CoTaskMemAlloc(64), nullptr) << "an allocation can be made to fail";
 }
 
 }  // namespace
