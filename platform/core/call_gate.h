@@ -6,7 +6,8 @@
 
 namespace platform {
 
-// True when the fault plan makes this call fail; `value` then holds what it answers.
+// True when the fault plan makes this call fail; `value` then holds what it answers. `call` must
+// have static storage (a literal or a table entry): threads remember call sites by its address.
 bool plannedFault(const char* call, int64_t* value);
 
 // HRESULT-returning calls: the planned HRESULT, or S_OK (0) when the call is to run.
