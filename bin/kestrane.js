@@ -1,16 +1,23 @@
 #!/usr/bin/env node
-// The main job. Until the add-on's JavaScript surface exists, it shows the output path at work:
-// access units packetised into RTP and sent over loopback UDP, measured against a bare send loop.
+// The main job. Until the add-on's JavaScript surface exists, it shows the parts of the pipeline
+// that stand: a frame scaled and converted to NV12 on the software GPU, and access units
+// packetised into RTP and sent over loopback UDP, each measured.
 'use strict';
 
 const { spawnSync } = require('node:child_process');
 const path = require('node:path');
 
-const bench = path.join(__dirname, '..', 'build', 'cmake', 'bench', 'rtp_bench');
-console.log('kestrane: RTP output over loopback UDP (packetiser beside a bare sendto loop)');
-const run = spawnSync(bench, { stdio: 'inherit' });
-if (run.error) {
-  console.error(`kestrane: cannot run ${bench}: ${run.error.message}`);
-  process.exit(1);
+const benchDir = path.join(__dirname, '..', 'build', 'cmake', 'bench');
+const jobs = [
+  ['video_scaler_bench', 'NV12 conversion on the software GPU'],
+  ['rtp_bench', 'RTP output over loopback UDP, beside a bare sendto loop'],
+];
+
+for (const [name, what] of jobs) {
+  console.log(`kestrane: ${what}`);
+  const run = spawnSync(path.join(benchDir, name), { stdio: 'inherit' });
+  if (run.error || run.status !== 0) {
+    console.error(`kestrane: ${name} failed: ${run.error ? run.error.message : `exit status ${run.status}`}`);
+    process.exit(1);
+  }
 }
-process.exit(run.status ?? 1);
