@@ -107,7 +107,7 @@ TEST_F(VideoProcessorTest, ConvertsToBt709StudioRangeWhenTheColourSpacesSaySo) {
   CountedRef<ID3D11Texture2D> input = source(kRed, kBlue);
   ASSERT_EQ(blt(input.get()), S_OK);
   Picture out = read();
-  YCbCr red = studioRange(kRed, 0.2126, 0.0722), blue = studioRange(kBlue, 0.2126, 0.0722);
+  YCbCr red = bt709Studio(kRed), blue = bt709Studio(kBlue);
   EXPECT_NEAR(out.luma(2, 8), red.y, 1.5);
   EXPECT_NEAR(out.cb(1, 4), red.cb, 1.5);
   EXPECT_NEAR(out.cr(1, 4), red.cr, 1.5);
@@ -145,7 +145,7 @@ TEST_F(VideoProcessorTest, TheSourceRectangleChoosesWhatIsScaled) {
   CountedRef<ID3D11Texture2D> input = source(kRed, kBlue);
   ASSERT_EQ(blt(input.get()), S_OK);
   Picture out = read();
-  YCbCr blue = studioRange(kBlue, 0.2126, 0.0722);
+  YCbCr blue = bt709Studio(kBlue);
   EXPECT_NEAR(out.luma(0, 0), blue.y, 1.5);
   EXPECT_NEAR(out.luma(31, 15), blue.y, 1.5);
 }
@@ -161,7 +161,7 @@ TEST_F(VideoProcessorTest, OnlyTheTargetRectangleIsWrittenAndTheBackgroundFillsA
   CountedRef<ID3D11Texture2D> red = source(kRed, kRed);
   ASSERT_EQ(blt(red.get()), S_OK);
   Picture out = read();
-  EXPECT_NEAR(out.luma(3, 3), studioRange(kRed, 0.2126, 0.0722).y, 1.5);  // the stream
+  EXPECT_NEAR(out.luma(3, 3), bt709Studio(kRed).y, 1.5);  // the stream
   EXPECT_EQ(out.luma(12, 3), 16);                                     // black background in the target
   EXPECT_EQ(out.cb(6, 1), 128);
   EXPECT_EQ(out.luma(24, 3), 235);                                    // outside the target: untouched
