@@ -87,7 +87,8 @@ HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* pAdapter, D3D_DRIVER_TYPE DriverT
                                  ID3D11Device** ppDevice, D3D_FEATURE_LEVEL* pFeatureLevel,
                                  ID3D11DeviceContext** ppImmediateContext) {
   using namespace platform::d3d11;
-  platform::control::CreateDeviceCall record{pAdapter != nullptr, DriverType, Software != nullptr, Flags, {}, SDKVersion};
+  platform::control::CreateDeviceCall record{pAdapter != nullptr, DriverType, Software != nullptr,
+                                             Flags, {}, SDKVersion};
   if (pFeatureLevels != nullptr) record.featureLevels.assign(pFeatureLevels, pFeatureLevels + FeatureLevels);
   recordCreateDevice(record);
   if (ppDevice != nullptr) *ppDevice = nullptr;

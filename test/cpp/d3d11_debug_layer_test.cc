@@ -81,8 +81,8 @@ TEST_F(DebugLayerTest, EachRefusedCopyIsReportedAndWritesNothing) {
   CountedRef<ID3D11Texture2D> small = filled(d3d, stagingDesc(16, 16), 7);
   CountedRef<ID3D11Texture2D> nv12 = filled(d3d, stagingDesc(32, 16, DXGI_FORMAT_NV12), 3);
   CountedRef<ID3D11Texture2D> nv12Source = filled(d3d, stagingDesc(32, 16, DXGI_FORMAT_NV12), 50);
-  CountedRef<ID3D11Texture2D> immutable =
-      filled(d3d, textureDesc(32, 16, DXGI_FORMAT_B8G8R8A8_UNORM, D3D11_USAGE_IMMUTABLE, D3D11_BIND_SHADER_RESOURCE), 9);
+  CountedRef<ID3D11Texture2D> immutable = filled(
+      d3d, textureDesc(32, 16, DXGI_FORMAT_B8G8R8A8_UNORM, D3D11_USAGE_IMMUTABLE, D3D11_BIND_SHADER_RESOURCE), 9);
   CountedRef<ID3D11Texture2D> plain = filled(d3d, textureDesc(32, 16), 11);
   D3D other = makeDevice();
   CountedRef<ID3D11Texture2D> foreign = filled(other, stagingDesc(32, 16), 13);

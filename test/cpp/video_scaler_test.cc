@@ -219,6 +219,11 @@ TEST_F(VideoScalerTest, EachNewSourceSizeOrTextureGetsANewInputView) {
   EXPECT_EQ(views(), 4u);
   EXPECT_EQ(scaler->inputWidth, 1920u);
   EXPECT_EQ(scaler->inputHeight, 1080u);
+
+  // A new init makes a new processor: no view of the one before serves it.
+  ASSERT_TRUE(scaler->init(d3d.get(), 640, 360));
+  EXPECT_NEAR(lumaAfter(sameSize.get()), 32, 1);
+  EXPECT_EQ(views(), 5u);
 }
 
 TEST_F(VideoScalerTest, TheResultSlotHoldsOneReferenceToTheOutput) {
