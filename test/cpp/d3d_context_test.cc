@@ -153,18 +153,9 @@ TEST_F(D3DContextTest, TheNvidiaSearchGoesOnPastAnAdapterThatFails) {
   }
 }
 
-TEST_F(D3DContextTest, AnAdapterThatCannotDescribeItselfCountsAsNotNvidia) {
-  useMachine({adapter(kNvidia, 0xB1, 1), adapter(kNvidia, 0xB2, 1)});
-  control::failOnce("IDXGIAdapter1::GetDesc1", E_FAIL);
-  CountedRef<IDXGIAdapter1> found;
-  ASSERT_TRUE(findNvidiaAdapter(found));
-  DXGI_ADAPTER_DESC1 desc = {};
-  ASSERT_EQ(found->GetDesc1(&desc), S_OK);
-  EXPECT_EQ(desc.DeviceId, 0xB2u);
-  found.reset();
-
+TEST_F(D3DContextTest, ADeviceNeedsNoDescriptionButTheVendorQuestionDoes) {
+  useMachine({adapter(kNvidia, 0xB1, 1)});
   // The device itself doesn't need the description: only the ready line goes.
-  control::clearDebugOutput();
   control::failOnce("IDXGIAdapter1::GetDesc1", E_FAIL);
   D3DContext context;
   ASSERT_TRUE(context.createOnFirstAdapter());
