@@ -21,12 +21,35 @@ D3D11_VIDEO_PROCESSOR_COLOR_SPACE studioRangeBt709() {
 
 }  // namespace
 
+// A failed init leaves the scaler empty: half an object (an output without a video context, say)
+// would let convert call through an empty reference.
 bool VideoScaler::init(D3DContext* context, int32_t width, int32_t height) {
+  releaseAll();
   d3d = context;
   outputWidth = static_cast<uint32_t>(width);
   outputHeight = static_cast<uint32_t>(height);
-  if (d3d == nullptr) return false;
+  if (d3d == nullptr || !createObjects()) {
+    releaseAll();
+    return false;
+  }
+  return true;
+}
 
+// In reverse order of the fields, as destruction goes.
+void VideoScaler::releaseAll() {
+  inputTexture = nullptr;
+  inputWidth = 0;
+  inputHeight = 0;
+  outputTexture.reset();
+  outputView.reset();
+  inputView.reset();
+  enumerator.reset();
+  processor.reset();
+  videoContext.reset();
+  videoDevice.reset();
+}
+
+bool VideoScaler::createObjects() {
   if (FAILED(videoDevice.queryFrom(d3d->device.get()))) {
     logError("QueryInterface ID3D11VideoDevice failed");
     return false;

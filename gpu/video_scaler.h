@@ -15,6 +15,7 @@ class VideoScaler {
   VideoScaler(const VideoScaler&) = delete;
   VideoScaler& operator=(const VideoScaler&) = delete;
 
+  // On false the scaler holds nothing, so that convert refuses until an init succeeds.
   bool init(D3DContext* d3d, int32_t width, int32_t height);
   // On true `result` holds a reference of its own to `outputTexture`, which the next call
   // overwrites; on false it is unchanged.
@@ -38,5 +39,7 @@ class VideoScaler {
   ID3D11Texture2D* inputTexture = nullptr;
 
  private:
+  bool createObjects();
+  void releaseAll();
   bool ensureInputView(ID3D11Texture2D* texture, const D3D11_TEXTURE2D_DESC& desc);
 };

@@ -1,5 +1,5 @@
 // The virtual machine that the platform serves: its adapters and their outputs, and what tests
-// read back of the software GPU (debug-layer findings, live objects).
+// read back of the software GPU (debug-layer findings, recorded calls, live objects).
 #pragma once
 
 #include <cstdint>
@@ -37,6 +37,30 @@ MachineDescription currentMachine();
 uint64_t debugLayerViolations();
 std::vector<std::string> debugLayerMessages();
 void resetDebugLayer();
+
+// The arguments of a D3D11CreateDevice call, as the caller passed them.
+struct CreateDeviceCall {
+  bool adapterGiven = false;
+  int32_t driverType = 0;
+  bool softwareModule = false;
+  uint32_t flags = 0;
+  std::vector<int32_t> featureLevels;  // empty for a null list
+  uint32_t sdkVersion = 0;
+};
+// Every D3D11CreateDevice call since the last reset, in order, failed ones too.
+std::vector<CreateDeviceCall> createDeviceCalls();
+
+// An AcquireSync or ReleaseSync that got past the fault plan to the keyed mutex.
+struct KeyedMutexCall {
+  bool release = false;  // ReleaseSync; else AcquireSync
+  uint64_t key = 0;
+  // ReleaseSync only: the immediate context of the texture's device had flushed all the work it
+  // queued, so that the other side could see it. Without the flush the work may still be queued.
+  bool contextFlushed = false;
+};
+// The recent keyed-mutex calls since the last reset, in order, across all textures.
+std::vector<KeyedMutexCall> keyedMutexCalls();
+void clearCallRecords();
 
 // Live COM objects of the software GPU, by interface name ("ID3D11Texture2D", ...).
 std::map<std::string, int64_t> liveObjects();

@@ -207,6 +207,46 @@ Napi::Value OpenHandleCount(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), double(control::openHandleCount()));
 }
 
+Napi::Value CreateDeviceCalls(const Napi::CallbackInfo& info) {
+  Napi::Env env = info.Env();
+  std::vector<control::CreateDeviceCall> calls = control::createDeviceCalls();
+  Napi::Array result = Napi::Array::New(env, calls.size());
+  for (uint32_t i = 0; i < calls.size(); ++i) {
+    const control::CreateDeviceCall& call = calls[i];
+    Napi::Object entry = Napi::Object::New(env);
+    entry.Set("adapterGiven", Napi::Boolean::New(env, call.adapterGiven));
+    entry.Set("driverType", Napi::Number::New(env, call.driverType));
+    entry.Set("softwareModule", Napi::Boolean::New(env, call.softwareModule));
+    entry.Set("flags", Napi::Number::New(env, call.flags));
+    Napi::Array levels = Napi::Array::New(env, call.featureLevels.size());
+    for (uint32_t k = 0; k < call.featureLevels.size(); ++k)
+      levels.Set(k, Napi::Number::New(env, call.featureLevels[k]));
+    entry.Set("featureLevels", levels);
+    entry.Set("sdkVersion", Napi::Number::New(env, call.sdkVersion));
+    result.Set(i, entry);
+  }
+  return result;
+}
+
+Napi::Value KeyedMutexCalls(const Napi::CallbackInfo& info) {
+  Napi::Env env = info.Env();
+  std::vector<control::KeyedMutexCall> calls = control::keyedMutexCalls();
+  Napi::Array result = Napi::Array::New(env, calls.size());
+  for (uint32_t i = 0; i < calls.size(); ++i) {
+    Napi::Object entry = Napi::Object::New(env);
+    entry.Set("release", Napi::Boolean::New(env, calls[i].release));
+    entry.Set("key", Napi::Number::New(env, double(calls[i].key)));
+    entry.Set("contextFlushed", Napi::Boolean::New(env, calls[i].contextFlushed));
+    result.Set(i, entry);
+  }
+  return result;
+}
+
+Napi::Value ClearCallRecords(const Napi::CallbackInfo& info) {
+  control::clearCallRecords();
+  return info.Env().Undefined();
+}
+
 Napi::Value Reset(const Napi::CallbackInfo& info) {
   control::reset();
   return info.Env().Undefined();
@@ -227,6 +267,9 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("liveObjects", Napi::Function::New(env, LiveObjects, "liveObjects"));
   exports.Set("totalLiveObjects", Napi::Function::New(env, TotalLiveObjects, "totalLiveObjects"));
   exports.Set("openHandleCount", Napi::Function::New(env, OpenHandleCount, "openHandleCount"));
+  exports.Set("createDeviceCalls", Napi::Function::New(env, CreateDeviceCalls, "createDeviceCalls"));
+  exports.Set("keyedMutexCalls", Napi::Function::New(env, KeyedMutexCalls, "keyedMutexCalls"));
+  exports.Set("clearCallRecords", Napi::Function::New(env, ClearCallRecords, "clearCallRecords"));
   exports.Set("reset", Napi::Function::New(env, Reset, "reset"));
   return exports;
 }

@@ -145,6 +145,7 @@ void reset() {
   clearDebugOutput();
   setMachine(defaultMachine());
   resetDebugLayer();
+  clearCallRecords();
 }
 
 }  // namespace control

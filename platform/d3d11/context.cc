@@ -133,7 +133,10 @@ HRESULT Context::GetData(ID3D11Asynchronous* pAsync, void* pData, UINT DataSize,
     debugLayerViolation("ID3D11DeviceContext::GetData: the query was never ended");
     return DXGI_ERROR_INVALID_CALL;
   }
-  if ((GetDataFlags & D3D11_ASYNC_GETDATA_DONOTFLUSH) == 0) flushes.fetch_add(1);
+  if ((GetDataFlags & D3D11_ASYNC_GETDATA_DONOTFLUSH) == 0) {
+    flushes.fetch_add(1);
+    workSinceFlush.store(false);
+  }
   HRESULT hr = query->poll(flushes.load());
   if (hr == S_OK && pData != nullptr) *static_cast<BOOL*>(pData) = TRUE;
   return hr;
@@ -144,6 +147,7 @@ void Context::ClearState() { enterVoid("ID3D11DeviceContext::ClearState"); }
 void Context::Flush() {
   if (!enterVoid("ID3D11DeviceContext::Flush")) return;
   flushes.fetch_add(1);
+  workSinceFlush.store(false);
 }
 
 D3D11_DEVICE_CONTEXT_TYPE Context::GetType() {

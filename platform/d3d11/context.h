@@ -57,8 +57,13 @@ class Context final : public ID3D11DeviceContext1, public ID3D11VideoContext, pu
 
 #include "platform/d3d11/video_context_methods.inc"
 
-  // A command ran: the next event query has something to wait for.
-  void queued() { workSinceEnd.store(true); }
+  // A command ran: the next event query has something to wait for, and a flush something to hand on.
+  void queued() {
+    workSinceEnd.store(true);
+    workSinceFlush.store(true);
+  }
+  // True when no command was queued since the last flush.
+  bool flushed() const { return !workSinceFlush.load(); }
 
  private:
   void* interfaceFor(REFIID riid) override;
@@ -77,6 +82,7 @@ class Context final : public ID3D11DeviceContext1, public ID3D11VideoContext, pu
                              const D3D11_BOX* pSrcBox);
 
   std::atomic<bool> workSinceEnd{false};
+  std::atomic<bool> workSinceFlush{false};
   std::atomic<uint64_t> flushes{0};
 };
 

@@ -50,7 +50,9 @@ bool Context::copyRegion(const char* call, Texture* dst, UINT dstX, UINT dstY, T
   if (box.left >= box.right || box.top >= box.bottom) return true;  // an empty box copies nothing
   UINT w = box.right - box.left;
   UINT h = box.bottom - box.top;
-  if (dstX + w > d.Width || dstY + h > d.Height) return refuse(call, "the region reaches outside the destination"), false;
+  // Compared by subtraction: a destination corner near the top of the range must not wrap inside.
+  if (dstX > d.Width || w > d.Width - dstX || dstY > d.Height || h > d.Height - dstY)
+    return refuse(call, "the region reaches outside the destination"), false;
   if (d.Format == DXGI_FORMAT_NV12 && (odd(box.left) || odd(box.top) || odd(w) || odd(h) || odd(dstX) || odd(dstY)))
     return refuse(call, "an NV12 region must start and end on even coordinates"), false;
   if (!dst->accessible() || !src->accessible())

@@ -3,6 +3,7 @@
 #include <iterator>
 
 #include "platform/core/call_gate.h"
+#include "platform/d3d11/call_records.h"
 #include "platform/core/debug_layer.h"
 #include "platform/d3d11/context.h"
 #include "platform/d3d11/device.h"
@@ -86,6 +87,10 @@ HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* pAdapter, D3D_DRIVER_TYPE DriverT
                                  ID3D11Device** ppDevice, D3D_FEATURE_LEVEL* pFeatureLevel,
                                  ID3D11DeviceContext** ppImmediateContext) {
   using namespace platform::d3d11;
+  platform::control::CreateDeviceCall record{pAdapter != nullptr, DriverType, Software != nullptr,
+                                             Flags, {}, SDKVersion};
+  if (pFeatureLevels != nullptr) record.featureLevels.assign(pFeatureLevels, pFeatureLevels + FeatureLevels);
+  recordCreateDevice(record);
   if (ppDevice != nullptr) *ppDevice = nullptr;
   if (ppImmediateContext != nullptr) *ppImmediateContext = nullptr;
   if (pFeatureLevel != nullptr) *pFeatureLevel = D3D_FEATURE_LEVEL(0);

@@ -3,6 +3,8 @@
 #include <mutex>
 
 #include "platform/core/debug_layer.h"
+#include "platform/d3d11/call_records.h"
+#include "platform/d3d11/context.h"
 #include "platform/d3d11/device.h"
 #include "platform/d3d11/texture.h"
 
@@ -135,6 +137,7 @@ HRESULT Texture::DxgiSide::CreateSharedHandle(const SECURITY_ATTRIBUTES*, DWORD,
 
 HRESULT Texture::DxgiSide::AcquireSync(UINT64 Key, DWORD dwMilliseconds) {
   if (HRESULT hr = texture.enter("IDXGIKeyedMutex::AcquireSync"); hr != S_OK) return hr;
+  recordKeyedMutex({false, Key, false});
   HRESULT hr = texture.store().keyedMutex.acquire(&texture, Key, dwMilliseconds);
   if (hr == E_FAIL) debugLayerViolation("IDXGIKeyedMutex::AcquireSync: the keyed mutex is already held by this device");
   return hr;
@@ -142,6 +145,7 @@ HRESULT Texture::DxgiSide::AcquireSync(UINT64 Key, DWORD dwMilliseconds) {
 
 HRESULT Texture::DxgiSide::ReleaseSync(UINT64 Key) {
   if (HRESULT hr = texture.enter("IDXGIKeyedMutex::ReleaseSync"); hr != S_OK) return hr;
+  recordKeyedMutex({true, Key, texture.device()->immediateContext()->flushed()});
   HRESULT hr = texture.store().keyedMutex.release(&texture, Key);
   if (hr == E_FAIL) debugLayerViolation("IDXGIKeyedMutex::ReleaseSync: the keyed mutex is not held by this device");
   return hr;

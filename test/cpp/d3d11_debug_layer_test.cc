@@ -2,6 +2,9 @@
 // reaching its calls.
 #include <algorithm>
 #include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "test/support/software_gpu.h"
 
@@ -43,24 +46,127 @@ TEST_F(DebugLayerTest, CorrectUseFindsNothing) {
   EXPECT_TRUE(control::debugLayerMessages().empty());
 }
 
-TEST_F(DebugLayerTest, CopiesBetweenMismatchedTexturesAreReportedAndDropped) {
-  CountedRef<ID3D11Texture2D> small = makeTexture(d3d.device.get(), stagingDesc(16, 16));
-  CountedRef<ID3D11Texture2D> large = makeTexture(d3d.device.get(), stagingDesc(32, 16));
-  CountedRef<ID3D11Texture2D> nv12 = makeTexture(d3d.device.get(), stagingDesc(16, 16, DXGI_FORMAT_NV12));
-  D3D other = makeDevice();
-  CountedRef<ID3D11Texture2D> foreign = makeTexture(other.device.get(), stagingDesc(16, 16));
+// The bytes of a texture of any usage, through a staging copy.
+std::vector<uint8_t> contentsOf(const D3D& d3d, ID3D11Texture2D* texture) {
+  D3D11_TEXTURE2D_DESC desc{};
+  texture->GetDesc(&desc);
+  CountedRef<ID3D11Texture2D> staging =
+      makeTexture(d3d.device.get(), stagingDesc(desc.Width, desc.Height, desc.Format, D3D11_CPU_ACCESS_READ));
+  d3d.context->CopyResource(staging.get(), texture);
+  D3D11_MAPPED_SUBRESOURCE mapped{};
+  EXPECT_EQ(d3d.context->Map(staging.get(), 0, D3D11_MAP_READ, 0, &mapped), S_OK);
+  UINT rows = desc.Format == DXGI_FORMAT_NV12 ? desc.Height * 3 / 2 : desc.Height;
+  const uint8_t* bytes = static_cast<const uint8_t*>(mapped.pData);
+  std::vector<uint8_t> contents(bytes, bytes + size_t(mapped.RowPitch) * rows);
+  d3d.context->Unmap(staging.get(), 0);
+  return contents;
+}
 
-  d3d.context->CopyResource(large.get(), small.get());
-  EXPECT_EQ(control::debugLayerViolations(), 1u);
-  EXPECT_TRUE(debugOutputHas("CopyResource: the resources differ in size"));
-  d3d.context->CopyResource(nv12.get(), small.get());
-  EXPECT_EQ(control::debugLayerViolations(), 2u);
-  EXPECT_TRUE(debugOutputHas("differ in format"));
-  d3d.context->CopyResource(small.get(), foreign.get());
-  EXPECT_EQ(control::debugLayerViolations(), 3u);
-  EXPECT_TRUE(debugOutputHas("created on another device"));
-  d3d.context->CopyResource(small.get(), small.get());
-  EXPECT_EQ(control::debugLayerViolations(), 4u);
+// A texture whose bytes count up from `seed`, so that any write into it shows.
+CountedRef<ID3D11Texture2D> filled(const D3D& d3d, D3D11_TEXTURE2D_DESC desc, uint8_t seed) {
+  UINT rows = desc.Format == DXGI_FORMAT_NV12 ? desc.Height * 3 / 2 : desc.Height;
+  UINT pitch = desc.Format == DXGI_FORMAT_NV12 ? desc.Width : desc.Width * 4;
+  std::vector<uint8_t> bytes(size_t(pitch) * rows);
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(seed + i);
+  D3D11_SUBRESOURCE_DATA data{bytes.data(), pitch, 0};
+  CountedRef<ID3D11Texture2D> texture;
+  EXPECT_EQ(d3d.device->CreateTexture2D(&desc, &data, texture.put()), S_OK);
+  return texture;
+}
+
+// Every copy the runtime refuses is reported once, with its reason, and writes nothing.
+TEST_F(DebugLayerTest, EachRefusedCopyIsReportedAndWritesNothing) {
+  CountedRef<ID3D11Texture2D> dst = filled(d3d, stagingDesc(32, 16), 1);
+  CountedRef<ID3D11Texture2D> src = filled(d3d, stagingDesc(32, 16), 100);
+  CountedRef<ID3D11Texture2D> small = filled(d3d, stagingDesc(16, 16), 7);
+  CountedRef<ID3D11Texture2D> nv12 = filled(d3d, stagingDesc(32, 16, DXGI_FORMAT_NV12), 3);
+  CountedRef<ID3D11Texture2D> nv12Source = filled(d3d, stagingDesc(32, 16, DXGI_FORMAT_NV12), 50);
+  CountedRef<ID3D11Texture2D> immutable = filled(
+      d3d, textureDesc(32, 16, DXGI_FORMAT_B8G8R8A8_UNORM, D3D11_USAGE_IMMUTABLE, D3D11_BIND_SHADER_RESOURCE), 9);
+  CountedRef<ID3D11Texture2D> plain = filled(d3d, textureDesc(32, 16), 11);
+  D3D other = makeDevice();
+  CountedRef<ID3D11Texture2D> foreign = filled(other, stagingDesc(32, 16), 13);
+  CountedRef<ID3D11DeviceContext1> context1;
+  ASSERT_EQ(context1.queryFrom(d3d.context.get()), S_OK);
+  std::vector<uint32_t> row(64, 0xFFFFFFFF);
+
+  auto region = [&](ID3D11Texture2D* to, UINT x, UINT y, ID3D11Texture2D* from, D3D11_BOX box) {
+    d3d.context->CopySubresourceRegion(to, 0, x, y, 0, from, 0, &box);
+  };
+  struct Case {
+    const char* what;
+    ID3D11Texture2D* target;
+    std::function<void()> call;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"sizes differ", dst.get(), [&] { d3d.context->CopyResource(dst.get(), small.get()); }, "differ in size"},
+      {"formats differ", nv12.get(), [&] { d3d.context->CopyResource(nv12.get(), src.get()); }, "differ in format"},
+      {"one resource", dst.get(), [&] { d3d.context->CopyResource(dst.get(), dst.get()); }, "are one resource"},
+      {"another device", dst.get(), [&] { d3d.context->CopyResource(dst.get(), foreign.get()); },
+       "created on another device"},
+      {"immutable", immutable.get(), [&] { d3d.context->CopyResource(immutable.get(), src.get()); }, "immutable"},
+      {"mapped source", dst.get(),
+       [&] {
+         D3D11_MAPPED_SUBRESOURCE mapped{};
+         ASSERT_EQ(d3d.context->Map(src.get(), 0, D3D11_MAP_READ, 0, &mapped), S_OK);
+         d3d.context->CopyResource(dst.get(), src.get());
+         d3d.context->Unmap(src.get(), 0);
+       },
+       "a resource is mapped"},
+      {"box past the right", dst.get(), [&] { region(dst.get(), 0, 0, src.get(), {0, 0, 0, 33, 8, 1}); },
+       "the source box reaches outside the source"},
+      {"box past the bottom", dst.get(), [&] { region(dst.get(), 0, 0, src.get(), {0, 0, 0, 8, 17, 1}); },
+       "the source box reaches outside the source"},
+      {"box of depth 2", dst.get(), [&] { region(dst.get(), 0, 0, src.get(), {0, 0, 0, 8, 8, 2}); },
+       "the source box reaches outside the source"},
+      {"region past the bottom", dst.get(), [&] { region(dst.get(), 0, 12, src.get(), {0, 0, 0, 8, 8, 1}); },
+       "outside the destination"},
+      {"region past the right", dst.get(), [&] { region(dst.get(), 28, 0, src.get(), {0, 0, 0, 8, 8, 1}); },
+       "outside the destination"},
+      {"corner that would wrap", dst.get(), [&] { region(dst.get(), 0xFFFFFFF8u, 0, src.get(), {0, 0, 0, 8, 8, 1}); },
+       "outside the destination"},
+      {"whole source into a smaller one", small.get(),
+       [&] { d3d.context->CopySubresourceRegion(small.get(), 0, 0, 0, 0, src.get(), 0, nullptr); },
+       "outside the destination"},
+      {"odd NV12 corner", nv12.get(), [&] { region(nv12.get(), 1, 0, nv12Source.get(), {0, 0, 0, 4, 4, 1}); },
+       "even coordinates"},
+      {"odd NV12 height", nv12.get(), [&] { region(nv12.get(), 0, 0, nv12Source.get(), {0, 0, 0, 4, 3, 1}); },
+       "even coordinates"},
+      {"subresource 1", dst.get(),
+       [&] { d3d.context->CopySubresourceRegion(dst.get(), 1, 0, 0, 0, src.get(), 0, nullptr); },
+       "does not exist"},
+      {"depth 1 of a 2D texture", dst.get(),
+       [&] { context1->CopySubresourceRegion1(dst.get(), 0, 0, 0, 1, src.get(), 0, nullptr, 0); },
+       "does not exist"},
+      {"update of a staging texture", dst.get(),
+       [&] { d3d.context->UpdateSubresource(dst.get(), 0, nullptr, row.data(), 256, 0); }, "default-usage"},
+      {"update without data", plain.get(),
+       [&] { d3d.context->UpdateSubresource(plain.get(), 0, nullptr, nullptr, 128, 0); }, "source data is null"},
+      {"update past the bottom", plain.get(),
+       [&] {
+         D3D11_BOX box{0, 12, 0, 8, 20, 1};
+         d3d.context->UpdateSubresource(plain.get(), 0, &box, row.data(), 32, 0);
+       },
+       "outside the resource"},
+      {"update with a narrow pitch", plain.get(),
+       [&] {
+         D3D11_BOX box{0, 0, 0, 8, 2, 1};
+         d3d.context->UpdateSubresource(plain.get(), 0, &box, row.data(), 16, 0);
+       },
+       "narrower than a row"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::vector<uint8_t> before = contentsOf(d3d, c.target);
+    uint64_t violations = control::debugLayerViolations();
+    c.call();
+    EXPECT_EQ(control::debugLayerViolations(), violations + 1);
+    ASSERT_FALSE(control::debugLayerMessages().empty());
+    EXPECT_NE(control::debugLayerMessages().back().find(c.reason), std::string::npos)
+        << control::debugLayerMessages().back();
+    EXPECT_EQ(contentsOf(d3d, c.target), before) << "a refused copy writes nothing";
+  }
 }
 
 TEST_F(DebugLayerTest, MappingATextureWithoutCpuAccessFails) {

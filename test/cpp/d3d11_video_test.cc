@@ -167,6 +167,34 @@ TEST_F(VideoProcessorTest, OnlyTheTargetRectangleIsWrittenAndTheBackgroundFillsA
   EXPECT_EQ(out.luma(24, 3), 235);                                    // outside the target: untouched
 }
 
+// Chroma rows are half as many as luma rows: a target lower down starts at half its top there.
+TEST_F(VideoProcessorTest, ATargetBelowTheTopWritesTheChromaRowsBesideItsLumaRows) {
+  useBt709Studio();
+  CountedRef<ID3D11Texture2D> white = source(0xFFFFFFFF, 0xFFFFFFFF);
+  ASSERT_EQ(blt(white.get()), S_OK);
+  RECT lowerHalf{0, 8, 32, 16};
+  videoContext->VideoProcessorSetOutputTargetRect(processor.get(), TRUE, &lowerHalf);
+  CountedRef<ID3D11Texture2D> red = source(kRed, kRed);
+  ASSERT_EQ(blt(red.get()), S_OK);
+  Picture out = read();
+  YCbCr expected = bt709Studio(kRed);
+  for (int row = 0; row < 16; ++row) {
+    SCOPED_TRACE(row);
+    if (row < 8) EXPECT_EQ(out.luma(5, row), 235);
+    else EXPECT_NEAR(out.luma(5, row), expected.y, 1.5);
+  }
+  for (int crow = 0; crow < 8; ++crow) {
+    SCOPED_TRACE(crow);
+    if (crow < 4) {
+      EXPECT_EQ(out.cb(2, crow), 128);
+      EXPECT_EQ(out.cr(2, crow), 128);
+    } else {
+      EXPECT_NEAR(out.cb(2, crow), expected.cb, 1.5);
+      EXPECT_NEAR(out.cr(2, crow), expected.cr, 1.5);
+    }
+  }
+}
+
 TEST_F(VideoProcessorTest, ViewsMustBeMadeOnTheProcessorsDevice) {
   D3D other = makeDevice();
   CountedRef<ID3D11Texture2D> foreign = makeTexture(other.device.get(), textureDesc(64, 32));

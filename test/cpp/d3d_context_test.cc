@@ -141,18 +141,21 @@ TEST_F(D3DContextTest, WithoutNvidiaAWindowIsCapturedOnAdapterZero) {
   EXPECT_EQ(control::debugOutput(), std::vector<std::string>{readyLine(kAmd, 0xA0)});
 }
 
-TEST_F(D3DContextTest, AnAdapterThatCannotDescribeItselfCountsAsNotNvidia) {
-  useMachine({adapter(kNvidia, 0xB1, 1), adapter(kNvidia, 0xB2, 1)});
-  control::failOnce("IDXGIAdapter1::GetDesc1", E_FAIL);
-  CountedRef<IDXGIAdapter1> found;
-  ASSERT_TRUE(findNvidiaAdapter(found));
-  DXGI_ADAPTER_DESC1 desc = {};
-  ASSERT_EQ(found->GetDesc1(&desc), S_OK);
-  EXPECT_EQ(desc.DeviceId, 0xB2u);
-  found.reset();
+// An adapter that can't be had or can't describe itself is passed over, and the search goes on.
+TEST_F(D3DContextTest, TheNvidiaSearchGoesOnPastAnAdapterThatFails) {
+  useMachine({adapter(kIntel, 0xC0, 1), adapter(kNvidia, 0xB1, 1)});
+  for (const char* call : {"IDXGIFactory1::EnumAdapters1", "IDXGIAdapter1::GetDesc1"}) {
+    SCOPED_TRACE(call);
+    control::failOnce(call, E_FAIL);
+    D3DContext context;
+    ASSERT_TRUE(context.createPreferNvidia());
+    EXPECT_EQ(deviceIdOf(context), 0xB1u);
+  }
+}
 
+TEST_F(D3DContextTest, ADeviceNeedsNoDescriptionButTheVendorQuestionDoes) {
+  useMachine({adapter(kNvidia, 0xB1, 1)});
   // The device itself doesn't need the description: only the ready line goes.
-  control::clearDebugOutput();
   control::failOnce("IDXGIAdapter1::GetDesc1", E_FAIL);
   D3DContext context;
   ASSERT_TRUE(context.createOnFirstAdapter());
@@ -162,6 +165,30 @@ TEST_F(D3DContextTest, AnAdapterThatCannotDescribeItselfCountsAsNotNvidia) {
   control::failOnce("IDXGIAdapter1::GetDesc1", E_FAIL);
   EXPECT_FALSE(context.isNvidia());
   EXPECT_TRUE(context.isNvidia());
+}
+
+// Whichever way the adapter was found, the device is asked for in one way: on that adapter, with
+// BGRA and video support, at 11_1 or 11_0 and nothing lower.
+TEST_F(D3DContextTest, EveryPathAsksForTheSameDevice) {
+  useMachine({adapter(kIntel, 0xC0, 1), adapter(kNvidia, 0xB1, 1)});
+  D3DContext first, byOutput, preferred, direct;
+  ASSERT_TRUE(first.createOnFirstAdapter());
+  ASSERT_TRUE(byOutput.createForGlobalOutput(1));
+  ASSERT_TRUE(preferred.createPreferNvidia());
+  CountedRef<IDXGIAdapter1> nvidia;
+  ASSERT_TRUE(findNvidiaAdapter(nvidia));
+  ASSERT_TRUE(direct.createDevice(std::move(nvidia), 0));
+
+  std::vector<control::CreateDeviceCall> calls = control::createDeviceCalls();
+  ASSERT_EQ(calls.size(), 4u);
+  for (const control::CreateDeviceCall& call : calls) {
+    EXPECT_TRUE(call.adapterGiven);
+    EXPECT_EQ(call.driverType, D3D_DRIVER_TYPE_UNKNOWN);
+    EXPECT_FALSE(call.softwareModule);
+    EXPECT_EQ(call.flags, 0x820u);
+    EXPECT_EQ(call.featureLevels, (std::vector<int32_t>{0xB100, 0xB000}));
+    EXPECT_EQ(call.sdkVersion, 7u);
+  }
 }
 
 TEST_F(D3DContextTest, AFailedDeviceCreationRecordsItsHresultAndKeepsTheAdapter) {

@@ -59,28 +59,34 @@ TEST_F(RtpSenderTest, HeaderBytesCarryVersionTypeSequenceTimestampAndSsrc) {
   EXPECT_EQ(Bytes(got[0].begin() + 12, got[0].end()), makeNal(0x41, 50)) << "single NAL unit, no start code";
 }
 
+// The FU indicator keeps F and NRI of the unit's header byte; the FU header keeps its type.
 TEST_F(RtpSenderTest, LargeUnitsTravelAsFuAFragments) {
-  ASSERT_TRUE(send({makeNal(0x65, 2500)}, true, true));
-  std::vector<Bytes> got = datagrams();
-  ASSERT_EQ(got.size(), 3u);
-  EXPECT_EQ(got[0].size(), 1192u);
-  EXPECT_EQ(got[1].size(), 1192u);
-  EXPECT_EQ(got[2].size(), 157u);
-  const uint8_t fuHeaders[3] = {0x85, 0x05, 0x45};
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(got[i][3], 7 + i);
-    EXPECT_EQ(got[i][12], 0x7C);
-    EXPECT_EQ(got[i][13], fuHeaders[i]);
-    EXPECT_EQ((got[i][1] & 0x80) != 0, i == 2) << "marker only on the last fragment";
-  }
-
-  ASSERT_TRUE(send({makeNal(0x41, 2500)}, true, false));
-  got = datagrams();
-  ASSERT_EQ(got.size(), 3u);
-  const uint8_t nonIdrHeaders[3] = {0x81, 0x01, 0x41};
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(got[i][12], 0x5C);
-    EXPECT_EQ(got[i][13], nonIdrHeaders[i]);
+  struct Case {
+    uint8_t header;
+    uint8_t indicator;
+    uint8_t fuHeaders[3];
+  };
+  const Case cases[] = {
+      {0x65, 0x7C, {0x85, 0x05, 0x45}},
+      {0x41, 0x5C, {0x81, 0x01, 0x41}},
+      {0xE1, 0xFC, {0x81, 0x01, 0x41}},  // forbidden bit set: it travels on untouched
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "header " << int(c.header));
+    uint16_t first = sender.sequence;
+    ASSERT_TRUE(send({makeNal(c.header, 2500)}, true, (c.header & 0x1F) == 5));
+    std::vector<Bytes> got = datagrams();
+    ASSERT_EQ(got.size(), 3u);
+    const size_t sizes[3] = {1192, 1192, 157};
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(got[i].size(), sizes[i]);
+      EXPECT_EQ(got[i][3], uint8_t(first + i));
+      EXPECT_EQ(Bytes(got[i].begin() + 4, got[i].begin() + 8), (Bytes{0x00, 0x01, 0x5F, 0x90}))
+          << "every fragment carries the access unit's timestamp";
+      EXPECT_EQ(got[i][12], c.indicator);
+      EXPECT_EQ(got[i][13], c.fuHeaders[i]);
+      EXPECT_EQ((got[i][1] & 0x80) != 0, i == 2) << "marker only on the last fragment";
+    }
   }
 }
 
@@ -93,6 +99,12 @@ TEST_F(RtpSenderTest, SmallAccessUnitsTravelAsOneStapA) {
   EXPECT_EQ(got[0][12], 0x78);
   EXPECT_EQ(got[0][13], 0x00);
   EXPECT_EQ(got[0][14], 20);
+
+  // The STAP-A header takes the largest NRI of its units, wherever that unit stands.
+  ASSERT_TRUE(send({makeNal(0x06, 10), makeNal(0x41, 30)}, true, false));
+  got = datagrams();
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0][12], 0x58);
 }
 
 TEST_F(RtpSenderTest, SizeBoundariesChooseThePacketForm) {
@@ -162,6 +174,21 @@ TEST_F(RtpSenderTest, ALoneParameterSetBesideALargeSliceGoesAsItsOwnPacket) {
   EXPECT_FALSE(got[0].marker);
 }
 
+// Too large to share a STAP-A, the sets go one by one, still first and still without marker.
+TEST_F(RtpSenderTest, ParameterSetsTooLargeToAggregateGoAsSinglePackets) {
+  Bytes sps = makeNal(0x67, 700);
+  Bytes pps = makeNal(0x68, 700);
+  Bytes slice = makeNal(0x65, 100);
+  ASSERT_TRUE(send({slice, sps, pps}, true, true));
+  std::vector<RtpPacket> got = packets();
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_EQ(got[0].payload, sps);
+  EXPECT_EQ(got[1].payload, pps);
+  EXPECT_EQ(got[2].payload, slice);
+  EXPECT_FALSE(got[0].marker || got[1].marker);
+  EXPECT_TRUE(got[2].marker);
+}
+
 TEST_F(RtpSenderTest, OutputWithoutMarkerSendsEachUnitWithoutMarker) {
   ASSERT_TRUE(send({makeNal(0x67, 20), makeNal(0x68, 4)}, false, false));
   std::vector<RtpPacket> got = packets();
@@ -188,12 +215,14 @@ TEST_F(RtpSenderTest, AggregatesNeverExceedTheirLimit) {
   EXPECT_TRUE(datagrams().empty());
 }
 
-TEST_F(RtpSenderTest, PayloadTypeIsCutToSevenBits) {
+TEST_F(RtpSenderTest, PayloadTypeIsCutToSevenBitsAndLeavesTheMarkerAlone) {
   ASSERT_TRUE(sender.open("127.0.0.1", receiver.port(), 1, 200));
+  ASSERT_TRUE(send({makeNal(0x41, 10)}, false, false));
   ASSERT_TRUE(send({makeNal(0x41, 10)}, true, false));
-  std::vector<RtpPacket> got = packets();
-  ASSERT_EQ(got.size(), 1u);
-  EXPECT_EQ(got[0].payloadType, 200 & 0x7F);
+  std::vector<Bytes> got = datagrams();
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0][1], 0x48);
+  EXPECT_EQ(got[1][1], 0xC8);
 }
 
 // The fault plan makes sendto fail; the sender must go on and report only total failure.
@@ -307,11 +336,14 @@ TEST_F(RtpSenderTest, RandomAccessUnitsArriveWhole) {
     for (int s = 0; s < slices; ++s)
       nals.push_back(makeNal(keyFrame ? 0x65 : 0x41, 1 + random() % 6000, uint8_t(unit + s)));
     uint16_t firstSequence = sender.sequence;
-    ASSERT_TRUE(send(nals, true, keyFrame));
+    uint32_t timestamp = 0xFFFFF000u + 3000u * unit;  // wraps on the way
+    Bytes buffer = annexB(nals);
+    ASSERT_TRUE(sender.sendAccessUnit(buffer.data(), buffer.size(), timestamp, true, keyFrame));
     std::vector<RtpPacket> got = packets();
     ASSERT_FALSE(got.empty());
     for (size_t i = 0; i < got.size(); ++i) {
       EXPECT_EQ(got[i].sequence, uint16_t(firstSequence + i));
+      EXPECT_EQ(got[i].timestamp, timestamp);
       EXPECT_EQ(got[i].marker, i + 1 == got.size());
       EXPECT_EQ(got[i].ssrc, 0x11223344u);
       EXPECT_LE(got[i].payload.size(), kRtpMaxPayloadBytes);

@@ -219,6 +219,11 @@ TEST_F(VideoScalerTest, EachNewSourceSizeOrTextureGetsANewInputView) {
   EXPECT_EQ(views(), 4u);
   EXPECT_EQ(scaler->inputWidth, 1920u);
   EXPECT_EQ(scaler->inputHeight, 1080u);
+
+  // A new init makes a new processor: no view of the one before serves it.
+  ASSERT_TRUE(scaler->init(d3d.get(), 640, 360));
+  EXPECT_NEAR(lumaAfter(sameSize.get()), 32, 1);
+  EXPECT_EQ(views(), 5u);
 }
 
 TEST_F(VideoScalerTest, TheResultSlotHoldsOneReferenceToTheOutput) {
@@ -244,20 +249,22 @@ TEST_F(VideoScalerTest, EachInitStepThatFailsWritesItsLine) {
       {"ID3D11VideoDevice::CreateVideoProcessorOutputView", "CreateVideoProcessorOutputView failed"},
   };
   CountedRef<ID3D11Texture2D> source = texture(320, 240, solid(320, 240, bgra(0, 0, 0)));
+  // Each case fails the init of a scaler that had worked before: nothing of the old one may stay.
+  ASSERT_TRUE(scaler->init(d3d.get(), 320, 240));
   for (const Case& c : cases) {
     SCOPED_TRACE(c.call);
+    ASSERT_TRUE(scaler->convert(source.get(), &result));
+    result.reset();
     control::clearDebugOutput();
     control::failOnce(c.call, E_OUTOFMEMORY);
     EXPECT_FALSE(scaler->init(d3d.get(), 320, 240));
     EXPECT_EQ(control::debugOutput(), std::vector<std::string>{"[kestrane-win][error] " + c.line + "\n"});
-    if (!scaler->outputView) {
-      EXPECT_FALSE(scaler->convert(source.get(), &result)) << "no conversion without an output";
-      EXPECT_FALSE(result);
-    }
+    EXPECT_FALSE(scaler->videoDevice || scaler->videoContext || scaler->processor || scaler->enumerator ||
+                 scaler->inputView || scaler->outputView || scaler->outputTexture);
+    EXPECT_FALSE(scaler->convert(source.get(), &result)) << "a failed init leaves nothing to convert with";
+    EXPECT_FALSE(result);
     // The same object may be initialised again.
     ASSERT_TRUE(scaler->init(d3d.get(), 320, 240));
-    EXPECT_TRUE(scaler->convert(source.get(), &result));
-    result.reset();
   }
 }
 

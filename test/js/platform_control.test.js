@@ -13,12 +13,20 @@ test('the control module reads the debug output in order', () => {
   assert.deepStrictEqual(control.debugOutput(), []);
 });
 
-test('a planned fault counts the calls it meets and a reset forgets it', () => {
+test('a planned fault takes the call it is planned for, then the call works again', () => {
   control.reset();
-  control.planFault({ call: 'OutputDebugStringA', fails: false, delayMs: 1, times: 2 });
+  // The second call fails once; a failed OutputDebugStringA loses its text.
+  control.planFault({ call: 'OutputDebugStringA', after: 1 });
   control.writeDebugOutput('a\n');
+  control.writeDebugOutput('lost\n');
   control.writeDebugOutput('b\n');
-  assert.strictEqual(control.callCount('OutputDebugStringA'), 2);
+  assert.deepStrictEqual(control.debugOutput(), ['a\n', 'b\n']);
+  assert.strictEqual(control.callCount('OutputDebugStringA'), 3);
+
+  // A delay that does not fail lets the call run.
+  control.planFault({ call: 'OutputDebugStringA', fails: false, delayMs: 1 });
+  control.writeDebugOutput('slow\n');
+  assert.deepStrictEqual(control.debugOutput(), ['a\n', 'b\n', 'slow\n']);
   control.reset();
   assert.strictEqual(control.callCount('OutputDebugStringA'), 0);
   assert.strictEqual(control.datagramsSent(), 0);
