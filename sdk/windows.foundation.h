@@ -2,8 +2,8 @@
 //
 // mingw-w64 10's own windows.foundation.h does not compile as C++ (it forward-declares
 // the unscoped enum PropertyType), so with that toolchain, and on Linux, where the
-// platform has no copy, these declarations stand in its place. A later mingw-w64 gets
-// its own header.
+// platform has no copy, these declarations stand in its place. From mingw-w64 11 on the
+// toolchain's own is taken; move the bound if that one fails too.
 #pragma once
 
 #include <inspectable.h>
