@@ -1,6 +1,7 @@
 // COM memory and apartment calls.
 #pragma once
 
+#include "objidl.h"
 #include "windows.h"
 
 #define COINIT_MULTITHREADED 0x0

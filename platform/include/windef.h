@@ -50,6 +50,7 @@ typedef char* LPSTR;
 typedef const char* LPCSTR;
 typedef WCHAR* LPWSTR;
 typedef const WCHAR* LPCWSTR;
+typedef const WCHAR* PCWSTR;
 typedef DWORD* LPDWORD;
 
 typedef void* HANDLE;

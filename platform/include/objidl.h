@@ -1,0 +1,11 @@
+// IAgileObject: the mark of an object that any apartment may call directly.
+#pragma once
+
+#include "guiddef.h"
+#include "unknwn.h"
+
+MIDL_INTERFACE("94ea2b94-e9cc-49e0-c0ff-ee64ca8f5b90")
+IAgileObject : public IUnknown {};
+__CRT_UUID_DECL(IAgileObject, 0x94ea2b94, 0xe9cc, 0x49e0, 0xc0, 0xff, 0xee, 0x64, 0xca, 0x8f, 0x5b, 0x90)
+
+DEFINE_GUID(IID_IAgileObject, 0x94ea2b94, 0xe9cc, 0x49e0, 0xc0, 0xff, 0xee, 0x64, 0xca, 0x8f, 0x5b, 0x90);
