@@ -1,16 +1,12 @@
 // Windows.Foundation at the ABI: the types and interfaces the capture classes build on.
 //
 // mingw-w64 10's own windows.foundation.h does not compile as C++ (it forward-declares
-// the unscoped enum PropertyType), so with that toolchain, and on Linux, where the
-// platform has no copy, these declarations stand in its place. From mingw-w64 11 on the
-// toolchain's own is taken; move the bound if that one fails too.
+// the unscoped enum PropertyType), so these declarations stand in its place in both builds;
+// sdk/ comes first on the include path.
 #pragma once
 
 #include <inspectable.h>
 
-#if defined(__MINGW64_VERSION_MAJOR) && __MINGW64_VERSION_MAJOR > 10
-#include_next <windows.foundation.h>
-#else
 // Keeps the toolchain's broken copy out if another header asks for it.
 #define __windows_foundation_h__
 
@@ -33,4 +29,3 @@ IClosable : public IInspectable {
 }  // namespace ABI
 __CRT_UUID_DECL(ABI::Windows::Foundation::IClosable, 0x30d5a829, 0x7fa4, 0x4026, 0x83, 0xbb, 0xd7, 0x5b, 0xae, 0x4e,
                 0xa9, 0x9e)
-#endif
