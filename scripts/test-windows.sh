@@ -10,7 +10,7 @@ source scripts/apt-install.sh
 node_version=20.20.2
 expected_functions='["isAvailable"]'
 
-apt_install wine64 xvfb xauth
+apt_install wine64 xvfb file binutils
 bash scripts/build-windows.sh
 module=build/win/kestrane_win.node
 
@@ -51,7 +51,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-export WINEPREFIX="$work/prefix" WINEARCH=win64 WINEDEBUG=-all
+# No Mono or Gecko: nothing here needs them, and their installers would ask.
+export WINEPREFIX="$work/prefix" WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
 # A fresh prefix reports Windows 7, which Node refuses to start on.
 export NODE_SKIP_PLATFORM_CHECK=1
 unset DISPLAY
