@@ -4,13 +4,11 @@
 # fails the build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/apt-install.sh
+source scripts/install.sh
 
 apt_install g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
 
-if [ ! -f node_modules/.package-lock.json ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then
-  npm ci --no-audit --no-fund --loglevel=error
-fi
+npm_install
 
 if [ ! -f build/win-cmake/CMakeCache.txt ]; then
   cmake -S windows -B build/win-cmake -DCMAKE_TOOLCHAIN_FILE="$PWD/windows/mingw-w64-x86_64.cmake" \

@@ -4,12 +4,10 @@
 # sanitizer report ends the process that made it, so it fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/apt-install.sh
+source scripts/install.sh
 apt_install cmake g++ make pkg-config googletest libgtest-dev libgmock-dev
 
-if [ ! -f node_modules/.package-lock.json ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then
-  npm ci --no-audit --no-fund --loglevel=error
-fi
+npm_install
 
 tree=build/sanitize
 flags="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"

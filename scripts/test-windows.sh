@@ -5,7 +5,7 @@
 # missing; every step is bounded in time and the Wine prefix is thrown away afterwards.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/apt-install.sh
+source scripts/install.sh
 
 node_version=20.20.2
 expected_functions='["isAvailable"]'

@@ -14,6 +14,19 @@ test('the module registers its functions and nothing else', () => {
   assert.strictEqual(typeof kestrane.isAvailable, 'function');
 });
 
+test('every JavaScript environment of the process can load the module', async () => {
+  const { Worker } = require('node:worker_threads');
+  const worker = new Worker(
+    `const { parentPort } = require('node:worker_threads');
+     const addon = require(${JSON.stringify(require.resolve('../../lib'))});
+     parentPort.postMessage({ keys: Object.keys(addon), available: addon.isAvailable() });`,
+    { eval: true });
+  const [answer] = await require('node:events').once(worker, 'message');
+  await worker.terminate();
+  assert.deepStrictEqual(answer, { keys: ['isAvailable'], available: true });
+  assert.strictEqual(kestrane.isAvailable(), true, 'the main thread keeps its own functions');
+});
+
 test('isAvailable answers whether a device can be made on the first adapter', () => {
   control.reset();
   assert.strictEqual(kestrane.isAvailable(), true);

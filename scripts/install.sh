@@ -1,5 +1,6 @@
-# Sourced by the scripts that need Debian packages: apt_install PACKAGE... installs those that
-# are missing, and only those.
+# Sourced by the scripts that install what they need. Each step installs only what is missing.
+
+# apt_install PACKAGE...: the Debian packages that are not installed yet.
 apt_install() {
   local missing=() package
   for package in "$@"; do
@@ -11,4 +12,11 @@ apt_install() {
   [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
   "${sudo_cmd[@]}" apt-get update -qq
   DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# npm_install: the npm dependencies, when absent or when the lock file changed since the last install.
+npm_install() {
+  if [ ! -f node_modules/.package-lock.json ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then
+    npm ci --no-audit --no-fund --loglevel=error
+  fi
 }
