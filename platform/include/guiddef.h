@@ -4,12 +4,17 @@
 #include <stdint.h>
 #include <string.h>
 
+// Guarded as the SDK guards it, so that headers with a GUID of their own for other systems
+// (the NVENC one) step aside for this one, and this one for theirs.
+#ifndef GUID_DEFINED
+#define GUID_DEFINED
 typedef struct _GUID {
   uint32_t Data1;
   uint16_t Data2;
   uint16_t Data3;
   uint8_t Data4[8];
 } GUID;
+#endif
 
 typedef GUID IID;
 typedef GUID CLSID;
