@@ -1,6 +1,7 @@
 // Compiled by the Windows build only: the project's sdk/ headers must sit on mingw-w64's
 // own without a clash or a warning. Every interface's id is taken so that each
-// __CRT_UUID_DECL is instantiated.
+// __CRT_UUID_DECL is instantiated; the NVENC layout is asserted here for mingw-w64 as the
+// Linux tests assert it for gcc.
 #include <windows.h>
 #include <d3d11.h>
 #include <inspectable.h>
@@ -14,6 +15,8 @@
 #include "windows.graphics.directx.direct3d11.interop.h"
 #include "windows.graphics.directx.h"
 #include "windows.graphics.h"
+#include "nvEncodeAPI.h"
+#include "test/support/nvenc_layout.h"
 
 namespace {
 using namespace ABI::Windows::Graphics::Capture;
@@ -38,7 +41,10 @@ unsigned long sdkHeadersCheck() {
   ABI::Windows::Graphics::SizeInt32 size = {1280, 720};
   ABI::Windows::Foundation::TimeSpan time = {0};
   EventRegistrationToken token = {0};
-  return sumOfIds() + (create == nullptr) + size.Width + time.Duration + token.value +
+  NV_ENCODE_API_FUNCTION_LIST nvenc = {};
+  nvenc.version = NV_ENCODE_API_FUNCTION_LIST_VER;
+  return sumOfIds() + (create == nullptr) + size.Width + time.Duration + token.value + nvenc.version +
+         (nvenc.nvEncOpenEncodeSessionEx == nullptr) + NV_ENC_CODEC_H264_GUID.Data1 +
          ABI::Windows::Graphics::DirectX::DirectXPixelFormat_B8G8R8A8UIntNormalized +
          RuntimeClass_Windows_Graphics_Capture_Direct3D11CaptureFramePool[0] +
          RuntimeClass_Windows_Graphics_Capture_GraphicsCaptureItem[0];
