@@ -107,6 +107,8 @@ static_assert(offsetof(NV_ENC_PIC_PARAMS, bufferFmt) == 64);
 static_assert(offsetof(NV_ENC_PIC_PARAMS, pictureStruct) == 68);
 static_assert(offsetof(NV_ENC_PIC_PARAMS, pictureType) == 72);
 static_assert(offsetof(NV_ENC_PIC_PARAMS, codecPicParams) == 80);
+static_assert(sizeof(NV_ENC_CODEC_PIC_PARAMS) == 1552);
+static_assert(sizeof(NVENC_EXTERNAL_ME_HINT_COUNTS_PER_BLOCKTYPE) == 16);
 
 static_assert(sizeof(NV_ENC_LOCK_BITSTREAM) == 1544);
 static_assert(offsetof(NV_ENC_LOCK_BITSTREAM, outputBitstream) == 8);
