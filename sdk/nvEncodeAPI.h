@@ -5,27 +5,10 @@
 #pragma once
 
 #include <stdint.h>
-
-#if defined(_WIN32)
 #include <windows.h>
-#endif
 
-// Windows has GUID from its own headers; anywhere else the same four fields will do.
-#ifndef GUID_DEFINED
-#define GUID_DEFINED
-typedef struct _GUID {
-  uint32_t Data1;
-  uint16_t Data2;
-  uint16_t Data3;
-  uint8_t Data4[8];
-} GUID;
-#endif
-
-#if defined(_WIN32)
-#define NVENCAPI __stdcall
-#else
-#define NVENCAPI
-#endif
+// The driver's calling convention: WINAPI's, which on x64 is the one convention there is.
+#define NVENCAPI WINAPI
 
 #ifdef __cplusplus
 extern "C" {
