@@ -103,23 +103,30 @@ class AgileHandler final : public IAgileObject {
 
 class ComCoreTest : public testing::Test {
  protected:
+  // Counts are compared with where the test began, so that one test's leak fails that test alone.
   void SetUp() override {
     control::reset();
-    processApartmentsBefore = control::processApartmentCount();
     ASSERT_EQ(control::threadApartmentCount(), 0);
+    processApartmentsBefore = control::processApartmentCount();
+    stringsBefore = control::liveStringCount();
+    marshalersBefore = control::liveObjectCount("IMarshal");
+    Answerer::live = 0;
   }
   void TearDown() override {
     EXPECT_EQ(control::threadApartmentCount(), 0) << "every test leaves its apartments";
     EXPECT_EQ(openedApartments(), 0);
-    EXPECT_EQ(control::liveStringCount(), 0);
+    EXPECT_EQ(control::liveStringCount(), stringsBefore);
     EXPECT_EQ(Answerer::live.load(), 0);
-    EXPECT_EQ(control::liveObjectCount("IMarshal"), 0);
+    EXPECT_EQ(control::liveObjectCount("IMarshal"), marshalersBefore);
+    while (control::threadApartmentCount() > 0) CoUninitialize();
     platform::unregisterActivationFactory(kAnswererClassId);
     platform::unregisterComClass(kAnswererClass);
     control::reset();
   }
 
   int openedApartments() const { return control::processApartmentCount() - processApartmentsBefore; }
+  int64_t liveStrings() const { return control::liveStringCount() - stringsBefore; }
+  int64_t liveMarshalers() const { return control::liveObjectCount("IMarshal") - marshalersBefore; }
 
   // Registers Answerer as a runtime class and a COM class; `makes` counts the factory's makes.
   void registerAnswerer() {
@@ -137,6 +144,8 @@ class ComCoreTest : public testing::Test {
   }
 
   int processApartmentsBefore = 0;
+  int64_t stringsBefore = 0;
+  int64_t marshalersBefore = 0;
   std::atomic<int> makes{0};
 };
 
@@ -217,7 +226,7 @@ TEST_F(ComCoreTest, ACreatedStringOwnsACopyOfItsTextAndCountsUntilDeleted) {
   wchar_t source[] = L"Windows.Graphics";
   HSTRING string = nullptr;
   ASSERT_EQ(WindowsCreateString(source, 7, &string), S_OK) << "the source needn't end at length";
-  EXPECT_EQ(control::liveStringCount(), 1);
+  EXPECT_EQ(liveStrings(), 1);
   source[0] = L'X';
 
   UINT32 length = 0;
@@ -227,7 +236,7 @@ TEST_F(ComCoreTest, ACreatedStringOwnsACopyOfItsTextAndCountsUntilDeleted) {
   EXPECT_EQ(std::wstring(WindowsGetStringRawBuffer(string, nullptr)), L"Windows");
 
   EXPECT_EQ(WindowsDeleteString(string), S_OK);
-  EXPECT_EQ(control::liveStringCount(), 0);
+  EXPECT_EQ(liveStrings(), 0);
 }
 
 TEST_F(ComCoreTest, TheEmptyStringIsTheNullHandle) {
@@ -247,7 +256,7 @@ TEST_F(ComCoreTest, TheEmptyStringIsTheNullHandle) {
   EXPECT_EQ(text[0], L'\0');
   EXPECT_EQ(length, 0u);
   EXPECT_EQ(WindowsDeleteString(nullptr), S_OK);
-  EXPECT_EQ(control::liveStringCount(), 0);
+  EXPECT_EQ(liveStrings(), 0);
 }
 
 TEST_F(ComCoreTest, AReferenceUsesTheCallersTextAndHeaderAndItsDeleteDoesNothing) {
@@ -255,7 +264,7 @@ TEST_F(ComCoreTest, AReferenceUsesTheCallersTextAndHeaderAndItsDeleteDoesNothing
   HSTRING_HEADER header;
   HSTRING string = nullptr;
   ASSERT_EQ(WindowsCreateStringReference(source, 18, &header, &string), S_OK);
-  EXPECT_EQ(control::liveStringCount(), 0) << "a reference allocates nothing";
+  EXPECT_EQ(liveStrings(), 0) << "a reference allocates nothing";
   UINT32 length = 0;
   EXPECT_EQ(WindowsGetStringRawBuffer(string, &length), source);
   EXPECT_EQ(length, 18u);
@@ -263,7 +272,7 @@ TEST_F(ComCoreTest, AReferenceUsesTheCallersTextAndHeaderAndItsDeleteDoesNothing
   EXPECT_EQ(WindowsDeleteString(string), S_OK);
   EXPECT_EQ(WindowsDeleteString(string), S_OK);
   EXPECT_EQ(WindowsGetStringRawBuffer(string, &length), source) << "the caller's storage still holds it";
-  EXPECT_EQ(control::liveStringCount(), 0);
+  EXPECT_EQ(liveStrings(), 0);
 }
 
 TEST_F(ComCoreTest, StringArgumentsAreCheckedAsWindowsChecksThem) {
@@ -279,7 +288,7 @@ TEST_F(ComCoreTest, StringArgumentsAreCheckedAsWindowsChecksThem) {
   EXPECT_EQ(WindowsCreateString(source, 7, nullptr), E_INVALIDARG);
   EXPECT_EQ(WindowsCreateString(nullptr, 3, &string), E_POINTER);
   EXPECT_EQ(string, nullptr);
-  EXPECT_EQ(control::liveStringCount(), 0);
+  EXPECT_EQ(liveStrings(), 0);
 }
 
 // --- activation ---
@@ -384,7 +393,7 @@ TEST_F(ComCoreTest, TheMarshalerAnswersIMarshalForItsOuterObjectAndCountsThere) 
 
   IMarshal* marshal = nullptr;
   ASSERT_EQ(handler->QueryInterface(IID_PPV_ARGS(&marshal)), S_OK);
-  EXPECT_EQ(control::liveObjectCount("IMarshal"), 1);
+  EXPECT_EQ(liveMarshalers(), 1);
   EXPECT_EQ(handler->AddRef(), 4u) << "the IMarshal reference is one of the outer object's";
   EXPECT_EQ(marshal->AddRef(), 5u);
   EXPECT_EQ(marshal->Release(), 4u);
@@ -398,7 +407,7 @@ TEST_F(ComCoreTest, TheMarshalerAnswersIMarshalForItsOuterObjectAndCountsThere) 
   IMarshal* again = nullptr;
   ASSERT_EQ(agile->QueryInterface(IID_PPV_ARGS(&again)), S_OK);
   EXPECT_EQ(again, marshal);
-  EXPECT_EQ(control::liveObjectCount("IMarshal"), 1) << "made once, on demand";
+  EXPECT_EQ(liveMarshalers(), 1) << "made once, on demand";
 
   again->Release();
   agile->Release();
@@ -408,7 +417,7 @@ TEST_F(ComCoreTest, TheMarshalerAnswersIMarshalForItsOuterObjectAndCountsThere) 
   EXPECT_FALSE(destroyed);
   EXPECT_EQ(handler->Release(), 0u);
   EXPECT_TRUE(destroyed);
-  EXPECT_EQ(control::liveObjectCount("IMarshal"), 0) << "the outer object's last Release frees the marshaler";
+  EXPECT_EQ(liveMarshalers(), 0) << "the outer object's last Release frees the marshaler";
 }
 
 TEST_F(ComCoreTest, TheMarshalersOwnUnknownIsNonDelegating) {
@@ -430,7 +439,7 @@ TEST_F(ComCoreTest, TheMarshalersOwnUnknownIsNonDelegating) {
   EXPECT_EQ(agile, nullptr);
 
   EXPECT_EQ(inner->Release(), 0u);
-  EXPECT_EQ(control::liveObjectCount("IMarshal"), 0);
+  EXPECT_EQ(liveMarshalers(), 0);
   EXPECT_EQ(handler->Release(), 0u);
   EXPECT_EQ(CoCreateFreeThreadedMarshaler(nullptr, nullptr), E_INVALIDARG);
 }
@@ -446,7 +455,7 @@ TEST_F(ComCoreTest, AMarshalerWithoutAnOuterObjectControlsItself) {
   EXPECT_EQ(identity->Release(), 2u);
   EXPECT_EQ(marshal->Release(), 1u);
   EXPECT_EQ(unknown->Release(), 0u);
-  EXPECT_EQ(control::liveObjectCount("IMarshal"), 0);
+  EXPECT_EQ(liveMarshalers(), 0);
 }
 
 // --- the fault plan ---
@@ -463,7 +472,7 @@ TEST_F(ComCoreTest, PlannedFaultsReachTheCallerAndLeaveNothingBehind) {
   HSTRING classId = reinterpret_cast<HSTRING>(0x1);
   EXPECT_EQ(WindowsCreateString(kAnswererClassId, UINT32(wcslen(kAnswererClassId)), &classId), E_OUTOFMEMORY);
   EXPECT_EQ(classId, nullptr);
-  EXPECT_EQ(control::liveStringCount(), 0);
+  EXPECT_EQ(liveStrings(), 0);
   ASSERT_EQ(WindowsCreateString(kAnswererClassId, UINT32(wcslen(kAnswererClassId)), &classId), S_OK);
 
   registerAnswerer();
@@ -478,7 +487,7 @@ TEST_F(ComCoreTest, PlannedFaultsReachTheCallerAndLeaveNothingBehind) {
 
   control::failOnce("WindowsDeleteString", E_FAIL);
   EXPECT_EQ(WindowsDeleteString(classId), E_FAIL);
-  EXPECT_EQ(control::liveStringCount(), 1) << "a failed delete frees nothing";
+  EXPECT_EQ(liveStrings(), 1) << "a failed delete frees nothing";
   EXPECT_EQ(WindowsDeleteString(classId), S_OK);
 
   bool destroyed = false;
