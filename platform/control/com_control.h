@@ -12,6 +12,7 @@ int threadApartmentCount();
 int processApartmentCount();
 
 // HSTRINGs made by WindowsCreateString and not yet deleted; string references don't count.
+// Their owners hold them across a reset too.
 int64_t liveStringCount();
 
 }  // namespace platform::control
