@@ -1,6 +1,7 @@
 // The control interface for JavaScript: loaded beside the add-on, it steers the same platform.
 #include <napi.h>
 
+#include "platform/control/com_control.h"
 #include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
 #include "windows.h"
@@ -207,6 +208,15 @@ Napi::Value OpenHandleCount(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), double(control::openHandleCount()));
 }
 
+// Open apartments across the process: the add-on's threads are not the caller's.
+Napi::Value ApartmentCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), control::processApartmentCount());
+}
+
+Napi::Value LiveStringCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), double(control::liveStringCount()));
+}
+
 Napi::Value CreateDeviceCalls(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   std::vector<control::CreateDeviceCall> calls = control::createDeviceCalls();
@@ -267,6 +277,8 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("liveObjects", Napi::Function::New(env, LiveObjects, "liveObjects"));
   exports.Set("totalLiveObjects", Napi::Function::New(env, TotalLiveObjects, "totalLiveObjects"));
   exports.Set("openHandleCount", Napi::Function::New(env, OpenHandleCount, "openHandleCount"));
+  exports.Set("apartmentCount", Napi::Function::New(env, ApartmentCount, "apartmentCount"));
+  exports.Set("liveStringCount", Napi::Function::New(env, LiveStringCount, "liveStringCount"));
   exports.Set("createDeviceCalls", Napi::Function::New(env, CreateDeviceCalls, "createDeviceCalls"));
   exports.Set("keyedMutexCalls", Napi::Function::New(env, KeyedMutexCalls, "keyedMutexCalls"));
   exports.Set("clearCallRecords", Napi::Function::New(env, ClearCallRecords, "clearCallRecords"));

@@ -7,6 +7,8 @@
 
 #include "d3d11_1.h"
 #include "dxgi1_2.h"
+#include "inspectable.h"
+#include "objidl.h"
 #include "platform/control/machine_control.h"
 #include "platform/core/call_gate.h"
 #include "platform/core/debug_layer.h"
@@ -38,6 +40,9 @@ struct NamedInterface {
 #define NAMED(type) {&IID_##type, "QueryInterface(" #type ")"}
 constexpr NamedInterface kInterfaces[] = {
     NAMED(IUnknown),
+    NAMED(IInspectable),
+    NAMED(IAgileObject),
+    NAMED(IMarshal),
     NAMED(IDXGIObject),
     NAMED(IDXGIDeviceSubObject),
     NAMED(IDXGIResource),

@@ -1,11 +1,13 @@
-// COM memory and apartment calls.
+// COM for applications: the apartment models on top of COM's base calls.
 #pragma once
 
+#include "combaseapi.h"
 #include "objidl.h"
 #include "windows.h"
 
-#define COINIT_MULTITHREADED 0x0
-#define COINIT_APARTMENTTHREADED 0x2
-
-WINBASEAPI void WINAPI CoTaskMemFree(LPVOID pv);
-WINBASEAPI LPVOID WINAPI CoTaskMemAlloc(SIZE_T cb);
+typedef enum tagCOINIT {
+  COINIT_APARTMENTTHREADED = 0x2,
+  COINIT_MULTITHREADED = 0x0,
+  COINIT_DISABLE_OLE1DDE = 0x4,
+  COINIT_SPEED_OVER_MEMORY = 0x8
+} COINIT;
