@@ -8,6 +8,7 @@
 #include "d3d11_1.h"
 #include "dxgi1_2.h"
 #include "inspectable.h"
+#include "mfobjects.h"
 #include "objidl.h"
 #include "platform/control/machine_control.h"
 #include "platform/core/call_gate.h"
@@ -75,6 +76,12 @@ constexpr NamedInterface kInterfaces[] = {
     NAMED(ID3D11VideoProcessorInputView),
     NAMED(ID3D11VideoProcessorOutputView),
     NAMED(ID3D10Blob),
+    NAMED(IMFAttributes),
+    NAMED(IMFMediaType),
+    NAMED(IMFMediaBuffer),
+    NAMED(IMFSample),
+    NAMED(IMF2DBuffer),
+    NAMED(IMFDXGIBuffer),
 };
 #undef NAMED
 

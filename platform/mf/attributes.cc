@@ -1,0 +1,33 @@
+// The plain attribute store that MFCreateAttributes makes.
+#include "mfapi.h"
+#include "platform/core/call_gate.h"
+#include "platform/mf/attributes_object.h"
+
+namespace platform::mf {
+namespace {
+
+class Attributes final : public AttributesObject<IMFAttributes> {
+ public:
+  Attributes() : AttributesObject("IMFAttributes") {}
+
+ private:
+  void* interfaceFor(REFIID riid) override {
+    if (riid == IID_IUnknown || riid == IID_IMFAttributes) return static_cast<IMFAttributes*>(this);
+    return nullptr;
+  }
+  void releaseResources() override { releaseAttributes(); }
+};
+
+}  // namespace
+}  // namespace platform::mf
+
+// cInitialSize only sizes the first allocation; the store grows as items come.
+HRESULT WINAPI MFCreateAttributes(IMFAttributes** ppMFAttributes, UINT32 cInitialSize) {
+  (void)cInitialSize;
+  HRESULT planned = platform::plannedHresult("MFCreateAttributes");
+  if (ppMFAttributes != nullptr) *ppMFAttributes = nullptr;
+  if (planned != S_OK) return planned;
+  if (ppMFAttributes == nullptr) return E_POINTER;
+  platform::handOut(new platform::mf::Attributes(), ppMFAttributes);
+  return S_OK;
+}
