@@ -12,9 +12,15 @@ bool outsideFormatData(REFGUID key) {
   return key == MF_MT_USER_DATA || key == MF_MT_FRAME_RATE_RANGE_MIN || key == MF_MT_FRAME_RATE_RANGE_MAX;
 }
 
-bool formatDataMatches(const AttributeItems& smaller, const AttributeItems& larger) {
+// The items of the type with fewer of them are all in the other, with equal values. The items
+// left out count on neither side.
+bool formatDataMatches(AttributeItems a, AttributeItems b) {
+  auto leftOut = [](const AttributeItem& item) { return outsideFormatData(item.key); };
+  std::erase_if(a, leftOut);
+  std::erase_if(b, leftOut);
+  const AttributeItems& smaller = a.size() <= b.size() ? a : b;
+  const AttributeItems& larger = a.size() <= b.size() ? b : a;
   for (const AttributeItem& item : smaller) {
-    if (outsideFormatData(item.key)) continue;
     const AttributeValue* other = findItem(larger, item.key);
     if (other == nullptr || !(*other == item.value)) return false;
   }
@@ -61,8 +67,7 @@ class MediaType final : public AttributesObject<IMFMediaType> {
     DWORD flags = 0;
     if (*ourMajor == *theirMajor) flags |= MF_MEDIATYPE_EQUAL_MAJOR_TYPES;
     if (sameOrBothAbsent(ours, theirs, MF_MT_SUBTYPE)) flags |= MF_MEDIATYPE_EQUAL_FORMAT_TYPES;
-    bool dataMatches = ours.size() <= theirs.size() ? formatDataMatches(ours, theirs) : formatDataMatches(theirs, ours);
-    if (dataMatches) flags |= MF_MEDIATYPE_EQUAL_FORMAT_DATA;
+    if (formatDataMatches(ours, theirs)) flags |= MF_MEDIATYPE_EQUAL_FORMAT_DATA;
     if (sameOrBothAbsent(ours, theirs, MF_MT_USER_DATA)) flags |= MF_MEDIATYPE_EQUAL_FORMAT_USER_DATA;
     *pdwFlags = flags;
     constexpr DWORD kAll = MF_MEDIATYPE_EQUAL_MAJOR_TYPES | MF_MEDIATYPE_EQUAL_FORMAT_TYPES |
