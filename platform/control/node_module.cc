@@ -3,6 +3,7 @@
 
 #include "platform/control/com_control.h"
 #include "platform/control/machine_control.h"
+#include "platform/control/mf_control.h"
 #include "platform/control/platform_control.h"
 #include "windows.h"
 
@@ -217,6 +218,11 @@ Napi::Value LiveStringCount(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), double(control::liveStringCount()));
 }
 
+// Media Foundation startups not yet shut down, across the process.
+Napi::Value MfStartupCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), control::mfStartupCount());
+}
+
 Napi::Value CreateDeviceCalls(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   std::vector<control::CreateDeviceCall> calls = control::createDeviceCalls();
@@ -279,6 +285,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("openHandleCount", Napi::Function::New(env, OpenHandleCount, "openHandleCount"));
   exports.Set("apartmentCount", Napi::Function::New(env, ApartmentCount, "apartmentCount"));
   exports.Set("liveStringCount", Napi::Function::New(env, LiveStringCount, "liveStringCount"));
+  exports.Set("mfStartupCount", Napi::Function::New(env, MfStartupCount, "mfStartupCount"));
   exports.Set("createDeviceCalls", Napi::Function::New(env, CreateDeviceCalls, "createDeviceCalls"));
   exports.Set("keyedMutexCalls", Napi::Function::New(env, KeyedMutexCalls, "keyedMutexCalls"));
   exports.Set("clearCallRecords", Napi::Function::New(env, ClearCallRecords, "clearCallRecords"));

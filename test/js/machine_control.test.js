@@ -31,6 +31,7 @@ test('the software GPU starts with nothing live and nothing found by its debug l
   assert.strictEqual(control.openHandleCount(), 0);
   assert.strictEqual(control.apartmentCount(), 0);
   assert.strictEqual(control.liveStringCount(), 0);
+  assert.strictEqual(control.mfStartupCount(), 0);
   assert.deepStrictEqual(control.createDeviceCalls(), []);
   assert.deepStrictEqual(control.keyedMutexCalls(), []);
 });
