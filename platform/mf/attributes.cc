@@ -2,6 +2,7 @@
 #include "mfapi.h"
 #include "platform/core/call_gate.h"
 #include "platform/mf/attributes_object.h"
+#include "platform/mf/objects.h"
 
 namespace platform::mf {
 namespace {
@@ -19,6 +20,13 @@ class Attributes final : public AttributesObject<IMFAttributes> {
 };
 
 }  // namespace
+
+IMFAttributes* newAttributes() {
+  IMFAttributes* made = nullptr;
+  handOut(new Attributes(), &made);
+  return made;
+}
+
 }  // namespace platform::mf
 
 // cInitialSize only sizes the first allocation; the store grows as items come.
@@ -28,6 +36,6 @@ HRESULT WINAPI MFCreateAttributes(IMFAttributes** ppMFAttributes, UINT32 cInitia
   if (ppMFAttributes != nullptr) *ppMFAttributes = nullptr;
   if (planned != S_OK) return planned;
   if (ppMFAttributes == nullptr) return E_POINTER;
-  platform::handOut(new platform::mf::Attributes(), ppMFAttributes);
+  *ppMFAttributes = platform::mf::newAttributes();
   return S_OK;
 }

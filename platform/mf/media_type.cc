@@ -3,6 +3,7 @@
 #include "mferror.h"
 #include "platform/core/call_gate.h"
 #include "platform/mf/attributes_object.h"
+#include "platform/mf/objects.h"
 
 namespace platform::mf {
 namespace {
@@ -103,6 +104,13 @@ class MediaType final : public AttributesObject<IMFMediaType> {
 };
 
 }  // namespace
+
+IMFMediaType* newMediaType() {
+  IMFMediaType* made = nullptr;
+  handOut(new MediaType(), &made);
+  return made;
+}
+
 }  // namespace platform::mf
 
 HRESULT WINAPI MFCreateMediaType(IMFMediaType** ppMFType) {
@@ -110,6 +118,6 @@ HRESULT WINAPI MFCreateMediaType(IMFMediaType** ppMFType) {
   if (ppMFType != nullptr) *ppMFType = nullptr;
   if (planned != S_OK) return planned;
   if (ppMFType == nullptr) return E_INVALIDARG;
-  platform::handOut(new platform::mf::MediaType(), ppMFType);
+  *ppMFType = platform::mf::newMediaType();
   return S_OK;
 }

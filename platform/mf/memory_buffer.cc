@@ -1,4 +1,4 @@
-#include "platform/mf/memory_buffer.h"
+#include "platform/mf/objects.h"
 
 #include <mutex>
 #include <vector>

@@ -9,7 +9,7 @@
 #include "mferror.h"
 #include "platform/core/call_gate.h"
 #include "platform/mf/attributes_object.h"
-#include "platform/mf/memory_buffer.h"
+#include "platform/mf/objects.h"
 
 namespace platform::mf {
 namespace {
@@ -223,6 +223,13 @@ class Sample final : public AttributesObject<IMFSample> {
 };
 
 }  // namespace
+
+IMFSample* newSample() {
+  IMFSample* made = nullptr;
+  handOut(new Sample(), &made);
+  return made;
+}
+
 }  // namespace platform::mf
 
 HRESULT WINAPI MFCreateSample(IMFSample** ppIMFSample) {
@@ -230,6 +237,6 @@ HRESULT WINAPI MFCreateSample(IMFSample** ppIMFSample) {
   if (ppIMFSample != nullptr) *ppIMFSample = nullptr;
   if (planned != S_OK) return planned;
   if (ppIMFSample == nullptr) return E_POINTER;
-  platform::handOut(new platform::mf::Sample(), ppIMFSample);
+  *ppIMFSample = platform::mf::newSample();
   return S_OK;
 }
