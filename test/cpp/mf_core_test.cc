@@ -405,6 +405,8 @@ TEST_F(MfCoreTest, SurfaceBufferReadsTheTexturesNv12AsOnePicture) {
   d3d.context->Unmap(readback.get(), 0);
 
   CountedRef<IMFMediaBuffer> refused;
+  control::failOnce("MFCreateDXGISurfaceBuffer", E_OUTOFMEMORY);
+  EXPECT_EQ(MFCreateDXGISurfaceBuffer(IID_ID3D11Texture2D, filled.get(), 0, FALSE, refused.put()), E_OUTOFMEMORY);
   EXPECT_EQ(MFCreateDXGISurfaceBuffer(IID_IUnknown, filled.get(), 0, FALSE, refused.put()), E_INVALIDARG);
   EXPECT_EQ(MFCreateDXGISurfaceBuffer(IID_ID3D11Texture2D, filled.get(), 1, FALSE, refused.put()), E_INVALIDARG);
   EXPECT_FALSE(refused);
