@@ -3,9 +3,15 @@
 #include <emmintrin.h>
 #include <wels/codec_api.h>
 
+#include <algorithm>
+
 namespace platform::video {
 
 namespace {
+
+// The codec spreads the bitrate over at most this many pictures a second, whatever rate it is
+// given; faster rates get a bitrate scaled down to match, so that each picture gets its share.
+constexpr int kCodecMaxFps = 60;
 
 // NV12's row of Cb,Cr pairs into a row of Cb and a row of Cr, 16 pairs a step.
 void splitChromaRow(const uint8_t* pairs, int count, uint8_t* cb, uint8_t* cr) {
@@ -75,22 +81,24 @@ bool H264Encoder::open(const H264EncoderSettings& settings) {
   codec->SetOption(ENCODER_OPTION_TRACE_CALLBACK_CONTEXT, &context);
   codec->SetOption(ENCODER_OPTION_TRACE_LEVEL, &traceLevel);
 
+  const int codecFps = std::min(s.fps, kCodecMaxFps);
+  const int codecBitrate = std::max(1, int(int64_t(s.bitrate) * codecFps / s.fps));
   SEncParamExt p;
   codec->GetDefaultParams(&p);
   p.iUsageType = CAMERA_VIDEO_REAL_TIME;
   p.iPicWidth = s.width;
   p.iPicHeight = s.height;
-  p.iTargetBitrate = s.bitrate;
+  p.iTargetBitrate = codecBitrate;
   p.iMaxBitrate = UNSPECIFIED_BIT_RATE;
   p.iRCMode = RC_BITRATE_MODE;
-  p.fMaxFrameRate = float(s.fps);
+  p.fMaxFrameRate = float(codecFps);
   p.iTemporalLayerNum = 1;
   p.iSpatialLayerNum = 1;
   SSpatialLayerConfig& layer = p.sSpatialLayers[0];
   layer.iVideoWidth = s.width;
   layer.iVideoHeight = s.height;
-  layer.fFrameRate = float(s.fps);
-  layer.iSpatialBitrate = s.bitrate;
+  layer.fFrameRate = float(codecFps);
+  layer.iSpatialBitrate = codecBitrate;
   layer.iMaxSpatialBitrate = UNSPECIFIED_BIT_RATE;
   layer.uiProfileIdc = PRO_BASELINE;
   layer.uiLevelIdc = LEVEL_UNKNOWN;

@@ -94,6 +94,28 @@ TEST(H264Encoder, GivesOnePicturePerInputAtALowBitrate) {
   EXPECT_EQ(pictures.size(), size_t(kFrames));
 }
 
+// Two seconds of content that could use any bitrate come out near the bitrate asked for, at
+// frame rates on either side of the fastest the codec itself spreads a bitrate over.
+TEST(H264Encoder, HoldsTheBitrateAtSlowAndFastFrameRates) {
+  for (int fps : {30, 60, 90, 144}) {
+    video::H264EncoderSettings s = settingsFor(640, 360, 2'000'000);
+    s.fps = fps;
+    video::H264Encoder encoder;
+    ASSERT_TRUE(encoder.open(s)) << encoder.error();
+    Nv12Frame frame(640, 360);
+    size_t bytes = 0;
+    for (int i = 0; i < 2 * fps; ++i) {
+      drawDesktop(frame, i, true);
+      std::vector<uint8_t> out;
+      bool keyFrame = false;
+      ASSERT_TRUE(encoder.encode(frame.picture(), out, keyFrame)) << encoder.error();
+      bytes += out.size();
+    }
+    const double bitrate = double(bytes) * 8 / 2;
+    EXPECT_NEAR(bitrate, 2e6, 0.15 * 2e6) << fps << " fps";
+  }
+}
+
 // IDRs at the first picture, at each request and at the interval counted from the last IDR;
 // each one behind SPS and PPS, and no IDR or parameter set anywhere else.
 void expectIdrsAt(int idrInterval, const std::set<int>& requests, int frames, const std::set<int>& expected) {

@@ -1,6 +1,7 @@
 #include "test/support/desktop_frames.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace testing_support {
 
@@ -53,7 +54,7 @@ platform::video::Nv12Picture Nv12Frame::picture() const {
   return {luma.data(), lumaPitch, chroma.data(), chromaPitch, width, height};
 }
 
-void drawDesktop(Nv12Frame& frame, int index) {
+void drawDesktop(Nv12Frame& frame, int index, bool video) {
   Canvas c{frame};
   const int w = frame.width, h = frame.height;
   // Wallpaper: a diagonal luma gradient over two chroma ramps that differ, so that Cb and Cr
@@ -97,6 +98,23 @@ void drawDesktop(Nv12Frame& frame, int index) {
   for (int line = 0; line < (wh - wh / 3 - 20) / 12; ++line) {
     for (int col = 0; col < (ww - 16) / 8; ++col) {
       c.glyph(wx + 8 + col * 8, wy + wh / 3 + 8 + line * 12, hash(uint32_t(line), uint32_t(col)), 16);
+    }
+  }
+  if (video) {
+    const int vx = w / 2, vy = h / 2;
+    for (int y = vy; y < h - bar; ++y) {
+      uint8_t* row = &frame.luma[size_t(y) * frame.lumaPitch];
+      for (int x = vx; x < w; ++x) {
+        const double wave = std::sin((x + 3 * index) * 0.05) * std::cos((y - 2 * index) * 0.07);
+        row[x] = uint8_t(120 + 60 * wave + int(hash(uint32_t(x + index), uint32_t(y)) % 24));
+      }
+    }
+    for (int y = vy / 2; y < (h - bar) / 2; ++y) {
+      uint8_t* pairs = &frame.chroma[size_t(y) * frame.chromaPitch];
+      for (int x = vx / 2; x < w / 2; ++x) {
+        pairs[2 * x] = uint8_t(128 + 40 * std::sin((x + index) * 0.11));
+        pairs[2 * x + 1] = uint8_t(128 + 40 * std::cos((y + index) * 0.09));
+      }
     }
   }
   // The pointer.

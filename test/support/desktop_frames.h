@@ -21,7 +21,9 @@ struct Nv12Frame {
   std::vector<uint8_t> luma, chroma;
 };
 
-// Draws frame `index` of the desktop over the whole of `frame` (padding left alone).
-void drawDesktop(Nv12Frame& frame, int index);
+// Draws frame `index` of the desktop over the whole of `frame` (padding left alone). With
+// `video`, a quarter of the screen plays a film of fine, moving texture that no bitrate pays for
+// in full, so that the rate control has something to do.
+void drawDesktop(Nv12Frame& frame, int index, bool video = false);
 
 }  // namespace testing_support
