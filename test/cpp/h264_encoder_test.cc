@@ -69,6 +69,9 @@ TEST(H264Encoder, DecodesBackToTheDesktopAt640x360) { expectFaithful(640, 360, 3
 
 TEST(H264Encoder, DecodesBackToTheDesktopAt1280x720) { expectFaithful(1280, 720, 8'000'000, 20); }
 
+// Rows of chroma that end off the vector width, and a picture that ends inside a macroblock.
+TEST(H264Encoder, DecodesBackToTheDesktopAt1366x768) { expectFaithful(1366, 768, 8'000'000, 8); }
+
 // Every input gives one picture of one slice, even when the bitrate can't pay for the content.
 TEST(H264Encoder, GivesOnePicturePerInputAtALowBitrate) {
   constexpr int kFrames = 40;
