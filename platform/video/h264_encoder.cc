@@ -30,10 +30,11 @@ void splitChromaRow(const uint8_t* pairs, int count, uint8_t* cb, uint8_t* cr) {
   }
 }
 
-// The codec's own error lines, kept for the text of a failure that follows them.
+// The codec's first error line since the last failure: later ones only say who called whom.
 void keepCodecMessage(void* context, int, const char* message) {
   std::string& kept = *static_cast<std::string*>(context);
-  kept = message != nullptr ? message : "";
+  if (!kept.empty() || message == nullptr) return;
+  kept = message;
   while (!kept.empty() && (kept.back() == '\n' || kept.back() == '\r')) kept.pop_back();
 }
 
@@ -132,6 +133,7 @@ bool H264Encoder::open(const H264EncoderSettings& settings) {
 
 bool H264Encoder::encode(const Nv12Picture& picture, std::vector<uint8_t>& out, bool& keyFrame) {
   keyFrame = false;
+  codecMessage.clear();
   if (codec == nullptr) return fail("H.264 encoder is not open");
   if (picture.width != current.width || picture.height != current.height || picture.luma == nullptr ||
       picture.chroma == nullptr || picture.lumaPitch < size_t(picture.width) ||

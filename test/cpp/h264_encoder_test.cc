@@ -161,6 +161,7 @@ TEST(H264EncoderSettings, RefusesWhatItCannotEncode) {
       {641, 360, 30, 1'000'000, 0, "even"}, {640, 361, 30, 1'000'000, 0, "even"},
       {0, 360, 30, 1'000'000, 0, "even"},   {640, 360, 0, 1'000'000, 0, "fps"},
       {640, 360, 30, 0, 0, "bitrate"},      {640, 360, 30, 1'000'000, -1, "interval"},
+      {16384, 16384, 30, 1'000'000, 0, "refused 16384x16384"},
   };
   for (const Case& c : cases) {
     video::H264Encoder encoder;
