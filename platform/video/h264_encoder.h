@@ -62,7 +62,7 @@ class H264Encoder {
   int picturesSinceIdr = 0;
   bool keyFramePending = true;
   std::string lastError;
-  std::string codecMessage;  // the codec's last error line
+  std::string codecMessage;  // the codec's first error line since the last failure
 };
 
 }  // namespace platform::video
