@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/install.sh
 
-packages=(cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev libopenh264-dev)
 
 apt_install "${packages[@]}"
 
