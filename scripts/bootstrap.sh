@@ -5,9 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/install.sh
 
-packages=(cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev libopenh264-dev)
-
-apt_install "${packages[@]}"
+apt_install "${build_packages[@]}"
 
 npm_install
 

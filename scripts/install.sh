@@ -1,5 +1,8 @@
 # Sourced by the scripts that install what they need. Each step installs only what is missing.
 
+# What the Linux build and its tests need from Debian.
+build_packages=(cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev libopenh264-dev)
+
 # apt_install PACKAGE...: the Debian packages that are not installed yet.
 apt_install() {
   local missing=() package

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/install.sh
-apt_install cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libopenh264-dev
+apt_install "${build_packages[@]}"
 
 npm_install
 
