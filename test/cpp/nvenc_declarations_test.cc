@@ -10,6 +10,7 @@
 #include <string>
 
 #include "nvEncodeAPI.h"
+#include "test/support/guid_text.h"
 #include "test/support/nvenc_layout.h"
 
 #ifndef GUID_DEFINED
@@ -18,13 +19,6 @@
 
 namespace {
 
-std::string text(const GUID& id) {
-  char buffer[40];
-  std::snprintf(buffer, sizeof buffer, "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", unsigned(id.Data1),
-                unsigned(id.Data2), unsigned(id.Data3), id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3],
-                id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-  return buffer;
-}
 
 template <typename T>
 uint32_t wordAt(const T& structure, size_t offset) {
@@ -44,11 +38,11 @@ TEST(NvencDeclarations, VersionWordsAreThoseOfApi12_0) {
 }
 
 TEST(NvencDeclarations, GuidsAreThePublishedOnes) {
-  EXPECT_EQ(text(NV_ENC_CODEC_H264_GUID), "6BC82762-4E63-4CA4-AA85-1E50F321F6BF");
-  EXPECT_EQ(text(NV_ENC_PRESET_P1_GUID), "FC0A8D3E-45F8-4CF8-80C7-298871590EBF");
-  EXPECT_EQ(text(NV_ENC_PRESET_P3_GUID), "36850110-3A07-441F-94D5-3670631F91F6");
-  EXPECT_EQ(text(NV_ENC_PRESET_P4_GUID), "90A7B826-DF06-4862-B9D2-CD6D73A08681");
-  EXPECT_EQ(text(NV_ENC_H264_PROFILE_BASELINE_GUID), "0727BCAA-78C4-4C83-8C2F-EF3DFF267C6A");
+  EXPECT_EQ(guidText(NV_ENC_CODEC_H264_GUID), "6bc82762-4e63-4ca4-aa85-1e50f321f6bf");
+  EXPECT_EQ(guidText(NV_ENC_PRESET_P1_GUID), "fc0a8d3e-45f8-4cf8-80c7-298871590ebf");
+  EXPECT_EQ(guidText(NV_ENC_PRESET_P3_GUID), "36850110-3a07-441f-94d5-3670631f91f6");
+  EXPECT_EQ(guidText(NV_ENC_PRESET_P4_GUID), "90a7b826-df06-4862-b9d2-cd6d73a08681");
+  EXPECT_EQ(guidText(NV_ENC_H264_PROFILE_BASELINE_GUID), "0727bcaa-78c4-4c83-8c2f-ef3dff267c6a");
   // One GUID type for both headers, so the platform's comparison takes the NVENC ones.
   EXPECT_TRUE(IsEqualGUID(NV_ENC_PRESET_P1_GUID, NV_ENC_PRESET_P1_GUID));
   EXPECT_FALSE(IsEqualGUID(NV_ENC_PRESET_P1_GUID, NV_ENC_PRESET_P4_GUID));
@@ -135,8 +129,8 @@ TEST(NvencDeclarations, FunctionTableSlotsCallTheDriversFunctions) {
   ASSERT_EQ(list.nvEncGetEncodePresetConfigEx(session, NV_ENC_CODEC_H264_GUID, NV_ENC_PRESET_P4_GUID,
                                               NV_ENC_TUNING_INFO_ULTRA_LOW_LATENCY, &preset),
             NV_ENC_SUCCESS);
-  EXPECT_EQ(text(fake::lastCodec), text(NV_ENC_CODEC_H264_GUID));
-  EXPECT_EQ(text(fake::lastPreset), text(NV_ENC_PRESET_P4_GUID));
+  EXPECT_EQ(guidText(fake::lastCodec), guidText(NV_ENC_CODEC_H264_GUID));
+  EXPECT_EQ(guidText(fake::lastPreset), guidText(NV_ENC_PRESET_P4_GUID));
   EXPECT_EQ(fake::lastTuning, NV_ENC_TUNING_INFO_ULTRA_LOW_LATENCY);
   EXPECT_EQ(preset.presetCfg.gopLength, 60u);
   EXPECT_STREQ(list.nvEncGetLastErrorString(session), "driver text");

@@ -18,6 +18,7 @@
 #include "windows.graphics.capture.interop.h"
 #include "windows.graphics.directx.direct3d11.h"
 #include "windows.graphics.directx.direct3d11.interop.h"
+#include "test/support/guid_text.h"
 
 namespace {
 
@@ -48,13 +49,6 @@ static_assert(sizeof(Direct3DSurfaceDescription) == 20 && offsetof(Direct3DSurfa
 static_assert(sizeof(boolean) == 1);
 static_assert(sizeof(HSTRING_HEADER) == 24);
 
-std::string text(const GUID& id) {
-  char buffer[40];
-  std::snprintf(buffer, sizeof buffer, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", unsigned(id.Data1),
-                unsigned(id.Data2), unsigned(id.Data3), id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3],
-                id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-  return buffer;
-}
 
 // Calls the method in `slot` as a caller that knows only the published slot numbers does: the
 // function pointer from the table, the interface pointer as first argument.
@@ -145,22 +139,22 @@ constexpr size_t kFirstUnknownSlot = 3;
 constexpr size_t kFirstInspectableSlot = 6;
 
 TEST(SdkDeclarations, InterfaceIdsAreThePublishedOnes) {
-  EXPECT_EQ(text(__uuidof(IInspectable)), "af86e2e0-b12d-4c6a-9c5a-d7aa65101e90");
-  EXPECT_EQ(text(__uuidof(IAgileObject)), "94ea2b94-e9cc-49e0-c0ff-ee64ca8f5b90");
-  EXPECT_EQ(text(__uuidof(IClosable)), "30d5a829-7fa4-4026-83bb-d75bae4ea99e");
-  EXPECT_EQ(text(__uuidof(IGraphicsCaptureItemInterop)), "3628e81b-3cac-4c60-b7f4-23ce0e0c3356");
-  EXPECT_EQ(text(__uuidof(IGraphicsCaptureItem)), "79c3f95b-31f7-4ec2-a464-632ef5d30760");
-  EXPECT_EQ(text(__uuidof(IGraphicsCaptureSession)), "814e42a9-f70f-4ad7-939b-fddcc6eb880d");
-  EXPECT_EQ(text(__uuidof(IGraphicsCaptureSession2)), "2c39ae40-7d2e-5044-804e-8b6799d4cf9e");
-  EXPECT_EQ(text(__uuidof(IDirect3D11CaptureFramePool)), "24eb6d22-1975-422e-82e7-780dbd8ddf24");
-  EXPECT_EQ(text(__uuidof(IDirect3D11CaptureFramePoolStatics)), "7784056a-67aa-4d53-ae54-1088d5a8ca21");
-  EXPECT_EQ(text(__uuidof(IDirect3D11CaptureFramePoolStatics2)), "589b103f-6bbc-5df5-a991-02e28b3b66d5");
-  EXPECT_EQ(text(__uuidof(IDirect3D11CaptureFrame)), "fa50c623-38da-4b32-acf3-fa9734ad800e");
-  EXPECT_EQ(text(__uuidof(FrameArrivedHandler)), "51a947f7-79cf-5a3e-a3a5-1289cfa6dfe8");
-  EXPECT_EQ(text(__uuidof(ClosedHandler)), "e9c610c0-a68c-5bd9-8021-8589346eeee2");
-  EXPECT_EQ(text(__uuidof(IDirect3DDevice)), "a37624ab-8d5f-4650-9d3e-9eae3d9bc670");
-  EXPECT_EQ(text(__uuidof(IDirect3DSurface)), "0bf4a146-13c1-4694-bee3-7abf15eaf586");
-  EXPECT_EQ(text(__uuidof(IDirect3DDxgiInterfaceAccess)), "a9b3d012-3df2-4ee3-b8d1-8695f457d3c1");
+  EXPECT_EQ(guidText(__uuidof(IInspectable)), "af86e2e0-b12d-4c6a-9c5a-d7aa65101e90");
+  EXPECT_EQ(guidText(__uuidof(IAgileObject)), "94ea2b94-e9cc-49e0-c0ff-ee64ca8f5b90");
+  EXPECT_EQ(guidText(__uuidof(IClosable)), "30d5a829-7fa4-4026-83bb-d75bae4ea99e");
+  EXPECT_EQ(guidText(__uuidof(IGraphicsCaptureItemInterop)), "3628e81b-3cac-4c60-b7f4-23ce0e0c3356");
+  EXPECT_EQ(guidText(__uuidof(IGraphicsCaptureItem)), "79c3f95b-31f7-4ec2-a464-632ef5d30760");
+  EXPECT_EQ(guidText(__uuidof(IGraphicsCaptureSession)), "814e42a9-f70f-4ad7-939b-fddcc6eb880d");
+  EXPECT_EQ(guidText(__uuidof(IGraphicsCaptureSession2)), "2c39ae40-7d2e-5044-804e-8b6799d4cf9e");
+  EXPECT_EQ(guidText(__uuidof(IDirect3D11CaptureFramePool)), "24eb6d22-1975-422e-82e7-780dbd8ddf24");
+  EXPECT_EQ(guidText(__uuidof(IDirect3D11CaptureFramePoolStatics)), "7784056a-67aa-4d53-ae54-1088d5a8ca21");
+  EXPECT_EQ(guidText(__uuidof(IDirect3D11CaptureFramePoolStatics2)), "589b103f-6bbc-5df5-a991-02e28b3b66d5");
+  EXPECT_EQ(guidText(__uuidof(IDirect3D11CaptureFrame)), "fa50c623-38da-4b32-acf3-fa9734ad800e");
+  EXPECT_EQ(guidText(__uuidof(FrameArrivedHandler)), "51a947f7-79cf-5a3e-a3a5-1289cfa6dfe8");
+  EXPECT_EQ(guidText(__uuidof(ClosedHandler)), "e9c610c0-a68c-5bd9-8021-8589346eeee2");
+  EXPECT_EQ(guidText(__uuidof(IDirect3DDevice)), "a37624ab-8d5f-4650-9d3e-9eae3d9bc670");
+  EXPECT_EQ(guidText(__uuidof(IDirect3DSurface)), "0bf4a146-13c1-4694-bee3-7abf15eaf586");
+  EXPECT_EQ(guidText(__uuidof(IDirect3DDxgiInterfaceAccess)), "a9b3d012-3df2-4ee3-b8d1-8695f457d3c1");
 }
 
 TEST(SdkDeclarations, FramePoolMethodsSitInThePublishedSlots) {
