@@ -1,7 +1,8 @@
 # Sourced by the scripts that install what they need. Each step installs only what is missing.
 
 # What the Linux build and its tests need from Debian.
-build_packages=(cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev libopenh264-dev)
+build_packages=(cmake g++ make pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev libopenh264-dev
+  libx11-dev libxext-dev libxdamage-dev libxcomposite-dev libxfixes-dev xvfb x11-utils x11-xserver-utils)
 
 # apt_install PACKAGE...: the Debian packages that are not installed yet.
 apt_install() {
