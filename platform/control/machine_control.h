@@ -25,9 +25,19 @@ struct AdapterDescription {
 
 struct MachineDescription {
   std::vector<AdapterDescription> adapters;
+  // The X display whose monitors and windows are the machine's (":99", say); empty: the built-in
+  // synthetic desktop with animated content.
+  std::string display;
+  uint32_t refreshRate = 60;  // how often the synthetic desktop's content changes, per second
+  bool nvencInstalled = true;  // whether the NVENC driver library can be loaded
+  // The Media Foundation H.264 encoder transforms that exist.
+  bool mfSoftwareClass = true;      // the software encoder, created by its CLSID (synchronous)
+  bool mfSoftwareTransforms = false;  // software transforms found by enumeration (synchronous)
+  bool mfHardwareTransform = false;   // an asynchronous hardware transform on the first adapter
 };
 
-// One NVIDIA adapter with one 1920x1080 output.
+// One NVIDIA adapter with one output: the X display named by DISPLAY, or else a 1920x1080
+// synthetic one; NVENC installed; the software transform present.
 MachineDescription defaultMachine();
 // Takes effect for every factory created afterwards.
 void setMachine(const MachineDescription& machine);

@@ -118,7 +118,14 @@ int32_t optionalInt(const Napi::Object& object, const char* key, int32_t fallbac
   return value.IsNumber() ? value.As<Napi::Number>().Int32Value() : fallback;
 }
 
-// setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }] })
+bool optionalBool(const Napi::Object& object, const char* key, bool fallback) {
+  Napi::Value value = object.Get(key);
+  return value.IsBoolean() ? value.As<Napi::Boolean>().Value() : fallback;
+}
+
+// setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }],
+//              display, refreshRate, nvencInstalled, mfSoftwareClass, mfSoftwareTransforms,
+//              mfHardwareTransform })
 Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   if (info.Length() < 1 || !info[0].IsObject() || !info[0].As<Napi::Object>().Get("adapters").IsArray()) {
@@ -153,6 +160,13 @@ Napi::Value SetMachine(const Napi::CallbackInfo& info) {
     }
     machine.adapters.push_back(adapter);
   }
+  Napi::Object description = info[0].As<Napi::Object>();
+  if (description.Get("display").IsString()) machine.display = description.Get("display").As<Napi::String>().Utf8Value();
+  machine.refreshRate = optionalUint(description, "refreshRate", machine.refreshRate);
+  machine.nvencInstalled = optionalBool(description, "nvencInstalled", machine.nvencInstalled);
+  machine.mfSoftwareClass = optionalBool(description, "mfSoftwareClass", machine.mfSoftwareClass);
+  machine.mfSoftwareTransforms = optionalBool(description, "mfSoftwareTransforms", machine.mfSoftwareTransforms);
+  machine.mfHardwareTransform = optionalBool(description, "mfHardwareTransform", machine.mfHardwareTransform);
   control::setMachine(machine);
   return env.Undefined();
 }
@@ -181,6 +195,12 @@ Napi::Value CurrentMachine(const Napi::CallbackInfo& info) {
   }
   Napi::Object result = Napi::Object::New(env);
   result.Set("adapters", adapters);
+  result.Set("display", Napi::String::New(env, machine.display));
+  result.Set("refreshRate", Napi::Number::New(env, machine.refreshRate));
+  result.Set("nvencInstalled", Napi::Boolean::New(env, machine.nvencInstalled));
+  result.Set("mfSoftwareClass", Napi::Boolean::New(env, machine.mfSoftwareClass));
+  result.Set("mfSoftwareTransforms", Napi::Boolean::New(env, machine.mfSoftwareTransforms));
+  result.Set("mfHardwareTransform", Napi::Boolean::New(env, machine.mfHardwareTransform));
   return result;
 }
 

@@ -11,6 +11,12 @@ test('a machine set from JavaScript reads back as it was set, and reset restores
       { vendorId: 0x8086, deviceId: 0x9a49, description: 'Integrated adapter ✓', outputs: [{ width: 2560, height: 1440, left: 0, top: 0 }] },
       { vendorId: 0x10de, deviceId: 0x2484, description: '', outputs: [{ width: 1920, height: 1080, left: 2560, top: 0 }, { width: 1280, height: 1024, left: -1280, top: 0 }] },
     ],
+    display: ':42',
+    refreshRate: 144,
+    nvencInstalled: false,
+    mfSoftwareClass: false,
+    mfSoftwareTransforms: true,
+    mfHardwareTransform: true,
   };
   control.setMachine(machine);
   assert.deepStrictEqual(control.currentMachine(), machine);
