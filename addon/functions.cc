@@ -1,6 +1,25 @@
 #include "addon/functions.h"
 
+#include "addon/node_api_errors.h"
+#include "addon/start_options_parser.h"
 #include "gpu/d3d_context.h"
+#include "session/native_session.h"
+
+namespace {
+
+// The one session of the process, shared by every JavaScript environment that loads the module.
+// Its destructor at unload or exit stops a running session.
+NativeSession session;
+
+void throwError(napi_env env, const char* message) { napi_throw_error(env, nullptr, message); }
+
+void setNumber(napi_env env, napi_value object, const char* key, double number) {
+  napi_value value;
+  if (throwIfFailed(env, napi_create_double(env, number, &value))) return;
+  throwIfFailed(env, napi_set_named_property(env, object, key, value));
+}
+
+}  // namespace
 
 Napi::Value isAvailable(const Napi::CallbackInfo& info) {
   bool available = false;
@@ -10,4 +29,57 @@ Napi::Value isAvailable(const Napi::CallbackInfo& info) {
     available = probe.createOnFirstAdapter();
   }
   return Napi::Boolean::New(info.Env(), available);
+}
+
+Napi::Value start(const Napi::CallbackInfo& info) {
+  napi_env env = info.Env();
+  Napi::Value undefined = info.Env().Undefined();
+  napi_valuetype type = napi_undefined;
+  if (info.Length() >= 1 && throwIfFailed(env, napi_typeof(env, info[0], &type))) return undefined;
+  if (type != napi_object && type != napi_function) {
+    napi_throw_type_error(env, nullptr, "start(options) requires an options object");
+    return undefined;
+  }
+  // A start that fails on its options has still ended the session before it.
+  if (session.running.load()) session.stop();
+
+  bool hasHandle = false;
+  if (throwIfFailed(env, napi_has_named_property(env, info[0], "nativeHandle", &hasHandle))) return undefined;
+  if (!hasHandle) {
+    throwError(env, "nativeHandle is required");
+    return undefined;
+  }
+  StartOptions options;
+  if (!parseStartOptions(env, info[0], options)) return undefined;
+  if (options.captureKind != CaptureKind::Screen && options.nativeHandle == 0) {
+    throwError(env, "nativeHandle is required");
+    return undefined;
+  }
+  if (!session.start(options)) {
+    std::string text = session.lastError.empty() ? "Failed to start native Kestrane session" : session.lastError;
+    throwError(env, text.c_str());
+  }
+  return undefined;
+}
+
+Napi::Value stop(const Napi::CallbackInfo& info) {
+  session.stop();
+  return info.Env().Undefined();
+}
+
+Napi::Value getMetrics(const Napi::CallbackInfo& info) {
+  napi_env env = info.Env();
+  napi_value result;
+  if (throwIfFailed(env, napi_create_object(env, &result))) return info.Env().Undefined();
+  const SessionMetrics& metrics = session.metrics;
+  setNumber(env, result, "captureFps", metrics.captureFps.load());
+  setNumber(env, result, "encodeFps", metrics.encodeFps.load());
+  setNumber(env, result, "rtpFps", metrics.rtpFps.load());
+  setNumber(env, result, "droppedFrames", static_cast<double>(metrics.droppedFrames.load()));
+  setNumber(env, result, "bitrate", metrics.bitrate.load());
+  setNumber(env, result, "avgFrameBytes", metrics.avgFrameBytes.load());
+  napi_value name;
+  if (!throwIfFailed(env, napi_create_string_utf8(env, session.currentEncoderName(), NAPI_AUTO_LENGTH, &name)))
+    throwIfFailed(env, napi_set_named_property(env, result, "encoderName", name));
+  return Napi::Value(env, result);
 }

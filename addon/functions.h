@@ -6,3 +6,9 @@
 
 // True when a Direct3D 11 device can be made on the first adapter; nothing more is tested.
 Napi::Value isAvailable(const Napi::CallbackInfo& info);
+// Stops a running session, then brings up a new one from the options; throws why it can't.
+Napi::Value start(const Napi::CallbackInfo& info);
+// Stops a running session; harmless when none runs.
+Napi::Value stop(const Napi::CallbackInfo& info);
+// The session's rates and counters as a new plain object, read without a lock.
+Napi::Value getMetrics(const Napi::CallbackInfo& info);

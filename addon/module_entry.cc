@@ -3,6 +3,7 @@
 #include <napi.h>
 
 #include "addon/functions.h"
+#include "addon/node_api_errors.h"
 
 namespace {
 
@@ -21,9 +22,6 @@ napi_value invoke(napi_env env, napi_callback_info rawInfo) {
 
 void freeRecord(napi_env, void* data, void*) { delete static_cast<FunctionRecord*>(data); }
 
-// Throws the last Node-API error (or the exception already pending) into JavaScript.
-void throwLastError(napi_env env) { Napi::Error::New(env).ThrowAsJavaScriptException(); }
-
 // Defines one function on `exports`. A failure is thrown and registration goes on with the next.
 void defineFunction(napi_env env, napi_value exports, const char* name, Callback callback) {
   auto* record = new FunctionRecord{callback};
@@ -32,11 +30,10 @@ void defineFunction(napi_env env, napi_value exports, const char* name, Callback
   if (status == napi_ok) status = napi_add_finalizer(env, function, record, freeRecord, nullptr, nullptr);
   if (status != napi_ok) {
     delete record;
-    throwLastError(env);
+    throwIfFailed(env, status);
     return;
   }
-  status = napi_set_named_property(env, exports, name, function);
-  if (status != napi_ok) throwLastError(env);
+  throwIfFailed(env, napi_set_named_property(env, exports, name, function));
 }
 
 }  // namespace
@@ -47,6 +44,9 @@ NAPI_MODULE_EXPORT int32_t node_api_module_get_api_version_v1(void) { return 8; 
 
 NAPI_MODULE_EXPORT napi_value napi_register_module_v1(napi_env env, napi_value exports) {
   defineFunction(env, exports, "isAvailable", isAvailable);
+  defineFunction(env, exports, "start", start);
+  defineFunction(env, exports, "stop", stop);
+  defineFunction(env, exports, "getMetrics", getMetrics);
   return exports;
 }
 

@@ -1,0 +1,230 @@
+#include "session/frame_loop.h"
+
+#include <windows.h>
+
+#include <cstring>
+#include <vector>
+
+#include "encoders/encoder_selection.h"
+#include "session/native_session.h"
+#include "session/pipeline.h"
+#include "support/format_bounded.h"
+#include "support/log.h"
+
+namespace {
+
+constexpr uint64_t kEncodeFailureLogEvery = 300;
+constexpr uint64_t kNoSliceLogEvery = 30;
+constexpr uint64_t kNoSliceRecoveryAt = 5;
+
+// Where a frame stands on the schedule: its due time and its RTP timestamp. Frames with a capture
+// time at or after the first frame's run on that clock; all others on the count of sent frames.
+struct FrameTime {
+  uint64_t dueTime = 0;
+  uint32_t rtpTimestamp = 0;
+};
+
+FrameTime scheduleOf(const NativeSession& session, uint64_t timestamp, const FramePacing& pacing) {
+  FrameTime time;
+  bool onTimestampClock =
+      timestamp != 0 && session.firstFrameTimestamp != 0 && timestamp >= session.firstFrameTimestamp;
+  if (onTimestampClock) {
+    uint64_t elapsed = timestamp - session.firstFrameTimestamp;
+    time.dueTime = session.firstFrameTick + elapsed / 10000;
+    time.rtpTimestamp = static_cast<uint32_t>(elapsed * 90000 / 10000000);
+  } else {
+    time.dueTime = session.firstFrameTick + static_cast<uint64_t>(session.frameIndex) * 1000 / pacing.fps;
+    time.rtpTimestamp = pacing.rtpTicksPerFrame * session.frameIndex;
+  }
+  return time;
+}
+
+void countDrop(NativeSession& session) { session.metrics.droppedFrames.fetch_add(1); }
+
+// A Media Foundation encoder that can't take GPU input reads the picture from a CPU-readable copy.
+ID3D11Texture2D* readbackCopy(NativeSession& session, ID3D11Texture2D* nv12, FrameLoopState& state) {
+  D3DContext* device = session.encodeDevice();
+  if (!state.readbackTexture) {
+    D3D11_TEXTURE2D_DESC desc;
+    nv12->GetDesc(&desc);
+    desc.Usage = D3D11_USAGE_STAGING;
+    desc.BindFlags = 0;
+    desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+    desc.MiscFlags = 0;
+    // A failure isn't reported: the next frame tries again.
+    device->device->CreateTexture2D(&desc, nullptr, state.readbackTexture.put());
+  }
+  if (!state.readbackTexture) return nv12;
+  device->context->CopyResource(state.readbackTexture.get(), nv12);
+  return state.readbackTexture.get();
+}
+
+void keepParameterSets(const std::vector<uint8_t>& out, ParameterSetCache& cache) {
+  for (const NalUnit& nal : scanAnnexB(out.data(), out.size())) {
+    if (nal.type == kNalSps) cache.sps.assign(nal.data, nal.data + nal.size);
+    if (nal.type == kNalPps) cache.pps.assign(nal.data, nal.data + nal.size);
+  }
+}
+
+bool sendSlices(NativeSession& session, std::vector<uint8_t>& out, uint64_t timestamp, uint32_t rtpTimestamp,
+                bool keyFrame, FrameLoopState& state) {
+  prependParameterSets(state.parameterSets, out);
+  if (containsNalType(out.data(), out.size(), kNalSliceIdr)) keyFrame = true;
+  state.noSliceCount = 0;
+  SessionMetrics& metrics = session.metrics;
+  updateRate(GetTickCount64(), metrics.encodeWindowStart, metrics.encodeCount, metrics.encodeFps);
+  if (!session.rtp->sendAccessUnit(out.data(), out.size(), rtpTimestamp, true, keyFrame)) {
+    countDrop(session);
+    return true;
+  }
+  metrics.recordSent(out.size());
+  metrics.updateFrameSizeAverage(out.size());
+  ++session.frameIndex;
+  if (timestamp != 0) state.lastSentTimestamp = timestamp;
+  return true;
+}
+
+// Output without a slice goes out only when the receiver can already decode what follows; five in
+// a row make NVENC force a key frame and Media Foundation give way to NVENC.
+bool sendWithoutSlice(NativeSession& session, const std::vector<uint8_t>& out, uint64_t timestamp,
+                      uint32_t rtpTimestamp, FrameLoopState& state) {
+  ++state.noSliceCount;
+  const char* encoderName = session.currentEncoderName();
+  if (state.noSliceCount == 1 || state.noSliceCount % kNoSliceLogEvery == 0) {
+    char line[160];
+    formatBounded(line, sizeof line, "H264 output from %s has no slice NAL (%zu bytes)", encoderName, out.size());
+    logError(line);
+  }
+  if (!state.parameterSets.sps.empty() && !state.parameterSets.pps.empty() &&
+      session.rtp->sendAccessUnit(out.data(), out.size(), rtpTimestamp, false, false)) {
+    session.metrics.recordSent(out.size());
+    ++session.frameIndex;
+    if (timestamp != 0) state.lastSentTimestamp = timestamp;
+  }
+  if (state.noSliceCount < kNoSliceRecoveryAt) return true;
+  if (std::strcmp(encoderName, "nvenc") == 0) {
+    session.encoder->requestKeyFrame();
+    state.noSliceCount = 0;
+  } else if (std::strcmp(encoderName, "mf-h264") == 0 && switchToNvenc(session)) {
+    state.readbackTexture.reset();
+    state.parameterSets.sps.clear();
+    state.parameterSets.pps.clear();
+    state.noSliceCount = 0;
+  }
+  return true;
+}
+
+}  // namespace
+
+FramePacing FramePacing::forRate(int32_t fps) {
+  FramePacing pacing;
+  pacing.fps = fps < 1 ? 1u : static_cast<uint32_t>(fps);
+  pacing.frameInterval = (static_cast<uint64_t>(pacing.fps) + 9999999) / pacing.fps;
+  pacing.rtpTicksPerFrame = static_cast<uint32_t>((static_cast<uint64_t>(pacing.fps) + 89999) / pacing.fps);
+  uint64_t eightFrames = 8000 / pacing.fps;
+  pacing.lateLimitMs = eightFrames > 8 ? eightFrames : 8;
+  return pacing;
+}
+
+bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t timestamp, const FramePacing& pacing,
+                  FrameLoopState& state) {
+  // Admission, before any GPU work. A timestamp running backwards passes the rate limit.
+  if (timestamp != 0 && state.lastSentTimestamp != 0 && timestamp - state.lastSentTimestamp < pacing.frameInterval)
+    return true;
+  uint64_t now = GetTickCount64();
+  if (session.firstFrameTick == 0) {
+    session.firstFrameTick = now;
+    if (timestamp != 0) session.firstFrameTimestamp = timestamp;
+  }
+  FrameTime time = scheduleOf(session, timestamp, pacing);
+  if (now > time.dueTime + pacing.lateLimitMs) {
+    countDrop(session);
+    return true;
+  }
+
+  // After a failed switch to NVENC there is no encoder: every frame is dropped until stop.
+  if (!session.encoder) {
+    countDrop(session);
+    return true;
+  }
+
+  CountedRef<ID3D11Texture2D> frame;
+  frame.share(texture);
+  if (session.crossAdapterCopy) {
+    CountedRef<ID3D11Texture2D> copied;
+    if (!session.crossAdapterCopy->copyToEncodeDevice(frame.get(), &copied)) {
+      countDrop(session);
+      return true;
+    }
+    frame = std::move(copied);
+  }
+  CountedRef<ID3D11Texture2D> nv12;
+  if (!session.scaler->convert(frame.get(), &nv12)) {
+    countDrop(session);
+    return true;
+  }
+  VideoEncoder& encoder = *session.encoder;
+  ID3D11Texture2D* input = nv12.get();
+  if (std::strcmp(encoder.name(), "mf-h264") == 0 && !encoder.usesGpuInput()) input = readbackCopy(session, input, state);
+
+  std::vector<uint8_t> out;
+  bool keyFrame = false;
+  if (!encoder.encode(input, &out, &keyFrame)) {
+    countDrop(session);
+    ++state.encodeFailureCount;
+    if (state.encodeFailureCount == 1 || state.encodeFailureCount % kEncodeFailureLogEvery == 0)
+      logError("H264 encode failed while capture continues");
+    return true;
+  }
+  if (out.empty()) return true;
+  state.encodeFailureCount = 0;
+  keepParameterSets(out, state.parameterSets);
+
+  // Pacing: hold the frame to its due time, and give way to stop within one Sleep(1).
+  now = GetTickCount64();
+  while (now < time.dueTime && !session.stopRequested.load()) {
+    Sleep(1);
+    now = GetTickCount64();
+  }
+  if (session.stopRequested.load()) return false;
+  if (now > time.dueTime + pacing.lateLimitMs) {
+    countDrop(session);
+    return true;
+  }
+
+  bool hasSlice = containsNalType(out.data(), out.size(), kNalSliceNonIdr) ||
+                  containsNalType(out.data(), out.size(), kNalSliceIdr);
+  if (hasSlice) return sendSlices(session, out, timestamp, time.rtpTimestamp, keyFrame, state);
+  return sendWithoutSlice(session, out, timestamp, time.rtpTimestamp, state);
+}
+
+void runWorker(NativeSession* session) {
+  if (!bringUpPipeline(*session)) {
+    // What a failed bring-up built goes at once, so that no later bring-up meets a copy that
+    // holds contexts that are gone.
+    tearDownPipeline(*session);
+    return;
+  }
+  session->reportReady();
+  session->encoder->requestKeyFrame();
+
+  FramePacing pacing = FramePacing::forRate(session->options.fps);
+  FrameLoopState state;
+  CountedRef<ID3D11Texture2D> texture;
+  while (!session->stopRequested.load()) {
+    texture.reset();
+    int64_t timestamp = 0;
+    if (!session->capture->acquireFrame(texture, timestamp)) {
+      Sleep(1);
+      continue;
+    }
+    SessionMetrics& metrics = session->metrics;
+    updateRate(GetTickCount64(), metrics.captureWindowStart, metrics.captureCount, metrics.captureFps);
+    session->capture->releaseFrame();
+    bool goOn = processFrame(*session, texture.get(), static_cast<uint64_t>(timestamp), pacing, state);
+    texture.reset();
+    if (!goOn) break;
+  }
+  tearDownPipeline(*session);
+  // `state` goes last, its readback texture before the cached PPS and SPS.
+}
