@@ -1,0 +1,293 @@
+// The frame loop's own rules, with scripted capture and encoder behind the two interfaces and the
+// real scaler, RTP sender and loopback UDP around them.
+#include "session/frame_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "platform/control/platform_control.h"
+#include "session/native_session.h"
+#include "test/support/gpu_test_helpers.h"
+#include "test/support/rtp_reassembly.h"
+#include "test/support/scripted_pipeline.h"
+#include "test/support/udp_receiver.h"
+
+namespace control = platform::control;
+using testing_support::Bytes;
+using testing_support::RtpPacket;
+using testing_support::ScriptedEncoder;
+using testing_support::ScriptedOutput;
+
+namespace {
+
+constexpr int64_t kTicksPerMs = 10000;
+
+class FrameLoopTest : public testing_support::GpuTest {
+ protected:
+  void SetUp() override {
+    GpuTest::SetUp();
+    ASSERT_TRUE(receiver.ok());
+    buildSession();
+  }
+
+  // A session on the machine's first adapter, with a 64x64 scaler and a sender to the receiver.
+  void buildSession() {
+    session = std::make_unique<NativeSession>();
+    session->options.fps = 60;
+    session->captureContext = std::make_unique<D3DContext>();
+    ASSERT_TRUE(session->captureContext->createOnFirstAdapter());
+    session->scaler = std::make_unique<VideoScaler>();
+    ASSERT_TRUE(session->scaler->init(session->captureContext.get(), 64, 64));
+    session->rtp = std::make_unique<RtpSender>();
+    ASSERT_TRUE(session->rtp->open("127.0.0.1", receiver.port(), 0x5eed, 96));
+    useEncoder(new ScriptedEncoder("nvenc"));
+    D3DContext& d3d = *session->captureContext;
+    frame = testing_support::textureWithPixels(d3d.device.get(), d3d.context.get(), 64, 64,
+                                               std::vector<uint32_t>(64 * 64, testing_support::bgra(200, 30, 30)));
+  }
+
+  void TearDown() override {
+    state = FrameLoopState();
+    frame.reset();
+    session.reset();
+    GpuTest::TearDown();
+  }
+
+  void useEncoder(ScriptedEncoder* scripted) {
+    encoder = scripted;
+    session->encoder.reset(scripted);
+    session->encoderName.store(scripted->name());
+  }
+
+  bool process(int64_t timestamp) {
+    return processFrame(*session, frame.get(), static_cast<uint64_t>(timestamp), pacing, state);
+  }
+
+  std::vector<RtpPacket> packets() {
+    std::vector<RtpPacket> parsed;
+    for (const Bytes& datagram : receiver.receiveAll(50)) {
+      RtpPacket packet;
+      EXPECT_TRUE(testing_support::parseRtp(datagram, &packet));
+      parsed.push_back(packet);
+    }
+    return parsed;
+  }
+
+  uint64_t dropped() const { return session->metrics.droppedFrames.load(); }
+
+  size_t debugLinesWith(const std::string& text) {
+    std::vector<std::string> lines = control::debugOutput();
+    return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; });
+  }
+
+  testing_support::UdpReceiver receiver;
+  std::unique_ptr<NativeSession> session;
+  ScriptedEncoder* encoder = nullptr;
+  CountedRef<ID3D11Texture2D> frame;
+  FramePacing pacing = FramePacing::forRate(60);
+  FrameLoopState state;
+};
+
+TEST(FramePacingTest, IntervalsRoundUpAndTheLateLimitIsEightFramesButAtLeastEightMs) {
+  struct Row { int32_t fps; uint64_t interval; uint32_t rtpTicks; uint64_t late; };
+  for (Row row : {Row{1, 10000000, 90000, 8000}, Row{30, 333334, 3000, 266}, Row{60, 166667, 1500, 133},
+                  Row{80, 125000, 1125, 100}, Row{144, 69445, 625, 55}, Row{1000, 10000, 90, 8},
+                  Row{0, 10000000, 90000, 8000}, Row{-7, 10000000, 90000, 8000}}) {
+    FramePacing pacing = FramePacing::forRate(row.fps);
+    EXPECT_EQ(pacing.frameInterval, row.interval) << row.fps;
+    EXPECT_EQ(pacing.rtpTicksPerFrame, row.rtpTicks) << row.fps;
+    EXPECT_EQ(pacing.lateLimitMs, row.late) << row.fps;
+  }
+}
+
+TEST_F(FrameLoopTest, FramesTooCloseToTheLastSentAreSkippedWithoutADrop) {
+  int64_t t0 = 1000 * kTicksPerMs;
+  ASSERT_TRUE(process(t0));
+  ASSERT_TRUE(process(t0 + 5 * kTicksPerMs));
+  EXPECT_EQ(encoder->encodeCalls, 1) << "5 ms after a sent frame at 60 fps is too soon";
+  EXPECT_EQ(dropped(), 0u);
+  ASSERT_TRUE(process(t0 + 17 * kTicksPerMs));
+  EXPECT_EQ(encoder->encodeCalls, 2);
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(encoder->encodeCalls, 3) << "a frame without time is never skipped";
+  EXPECT_EQ(session->frameIndex, 3u);
+}
+
+TEST_F(FrameLoopTest, RtpTimestampsFollowCaptureTimeFromTheFirstFrame) {
+  int64_t t0 = 5000 * kTicksPerMs;
+  ASSERT_TRUE(process(t0));
+  ASSERT_TRUE(process(t0 + 20 * kTicksPerMs));
+  ASSERT_TRUE(process(t0 + 40 * kTicksPerMs));
+  std::vector<RtpPacket> got = packets();
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_EQ(got[0].timestamp, 0u);
+  EXPECT_EQ(got[1].timestamp, 1800u);
+  EXPECT_EQ(got[2].timestamp, 3600u);
+  for (const RtpPacket& packet : got) EXPECT_TRUE(packet.marker);
+  EXPECT_EQ(got[1].sequence, uint16_t(got[0].sequence + 1));
+  EXPECT_EQ(session->firstFrameTimestamp, uint64_t(t0));
+}
+
+TEST_F(FrameLoopTest, WithoutAFirstTimestampEveryFrameRunsOnTheIndexClock) {
+  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(77 * kTicksPerMs));
+  std::vector<RtpPacket> got = packets();
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].timestamp, 0u);
+  EXPECT_EQ(got[1].timestamp, 1500u) << "rtpTicksPerFrame * frameIndex, though the frame had a time";
+  EXPECT_EQ(session->firstFrameTimestamp, 0u);
+}
+
+TEST_F(FrameLoopTest, AFrameFarBehindItsDueTimeIsDroppedBeforeAnyGpuWork) {
+  ASSERT_TRUE(process(0));
+  // On the index clock a frame that follows a long pause is late: nothing was sent meanwhile.
+  session->firstFrameTick -= 1000;
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(encoder->encodeCalls, 1);
+  EXPECT_EQ(dropped(), 1u);
+  EXPECT_EQ(packets().size(), 1u);
+}
+
+TEST_F(FrameLoopTest, AnEncoderSlowerThanTheLateLimitCostsTheFrameButFillsTheCache) {
+  encoder->script.push_back({true, testing_support::concat({testing_support::spsPps(), testing_support::idrSlice()}), 150});
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(dropped(), 1u);
+  EXPECT_TRUE(packets().empty());
+  EXPECT_FALSE(state.parameterSets.sps.empty());
+  EXPECT_FALSE(state.parameterSets.pps.empty());
+  EXPECT_EQ(session->frameIndex, 0u);
+}
+
+TEST_F(FrameLoopTest, SlicesGetTheCachedParameterSetsInFront) {
+  encoder->script.push_back({true, testing_support::concat({testing_support::spsPps(), testing_support::idrSlice()})});
+  encoder->script.push_back({true, testing_support::idrSlice()});
+  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(0));
+  std::vector<RtpPacket> got = packets();
+  bool ok = false;
+  std::vector<Bytes> nals = testing_support::reassembleNalUnits(got, &ok);
+  ASSERT_TRUE(ok);
+  ASSERT_EQ(nals.size(), 6u);
+  EXPECT_EQ(nals[3][0] & 0x1F, 7) << "the second IDR picture went out behind SPS and PPS";
+  EXPECT_EQ(nals[4][0] & 0x1F, 8);
+  EXPECT_EQ(nals[5][0] & 0x1F, 5);
+  EXPECT_DOUBLE_EQ(session->metrics.avgFrameBytes.load(), 0.0) << "no window has closed yet";
+}
+
+TEST_F(FrameLoopTest, EncodeFailuresAreDropsLoggedAtTheFirstAndEveryThreeHundredth) {
+  for (int i = 0; i < 301; ++i) encoder->script.push_back({false, {}});
+  for (int i = 0; i < 301; ++i) ASSERT_TRUE(process(0));
+  EXPECT_EQ(dropped(), 301u);
+  EXPECT_EQ(debugLinesWith("H264 encode failed while capture continues"), 2u);
+  EXPECT_TRUE(packets().empty());
+  EXPECT_EQ(state.encodeFailureCount, 301u);
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(state.encodeFailureCount, 0u) << "output restarts the count";
+}
+
+TEST_F(FrameLoopTest, AnEncoderWithNothingYetCostsNothing) {
+  encoder->script.push_back({true, {}});
+  ASSERT_TRUE(process(10 * kTicksPerMs));
+  EXPECT_EQ(dropped(), 0u);
+  EXPECT_EQ(session->frameIndex, 0u);
+  EXPECT_EQ(state.lastSentTimestamp, 0u);
+  EXPECT_TRUE(packets().empty());
+}
+
+TEST_F(FrameLoopTest, OutputWithoutASliceIsSentOnlyOnceBothParameterSetsAreCached) {
+  Bytes seiOnly{0, 0, 0, 1, 0x06, 0x05, 0x01, 0x80};
+  encoder->script.push_back({true, seiOnly});
+  encoder->script.push_back({true, testing_support::spsPps()});
+  ASSERT_TRUE(process(0));
+  EXPECT_TRUE(packets().empty()) << "nothing to decode it with yet";
+  ASSERT_TRUE(process(0));
+  std::vector<RtpPacket> got = packets();
+  ASSERT_FALSE(got.empty());
+  EXPECT_FALSE(got.back().marker) << "parameter sets alone end no picture";
+  EXPECT_EQ(session->frameIndex, 1u);
+  EXPECT_EQ(dropped(), 0u);
+  EXPECT_EQ(debugLinesWith("H264 output from nvenc has no slice NAL (8 bytes)"), 1u);
+}
+
+TEST_F(FrameLoopTest, FiveOutputsWithoutASliceMakeNvencForceAKeyFrame) {
+  for (int i = 0; i < 5; ++i) encoder->script.push_back({true, testing_support::spsPps()});
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(process(0));
+  EXPECT_EQ(encoder->keyFrameRequests, 1);
+  EXPECT_EQ(state.noSliceCount, 0u);
+  EXPECT_EQ(debugLinesWith("has no slice NAL"), 1u);
+}
+
+TEST_F(FrameLoopTest, MediaFoundationWithoutSlicesOnAnotherVendorKeepsAskingForNvenc) {
+  session.reset();
+  control::MachineDescription machine;
+  machine.adapters = {testing_support::adapter(0x8086, 0x9a49, 1)};
+  control::setMachine(machine);
+  buildSession();
+  useEncoder(new ScriptedEncoder("mf-h264", true));
+  for (int i = 0; i < 7; ++i) encoder->script.push_back({true, testing_support::spsPps()});
+  for (int i = 0; i < 7; ++i) ASSERT_TRUE(process(0));
+  EXPECT_EQ(debugLinesWith("NVENC fallback unavailable on non-NVIDIA encode device"), 3u);
+  EXPECT_EQ(state.noSliceCount, 7u);
+  EXPECT_STREQ(session->currentEncoderName(), "mf-h264");
+  EXPECT_EQ(session->encoder.get(), encoder) << "the Media Foundation encoder stays";
+}
+
+TEST_F(FrameLoopTest, MediaFoundationWithoutGpuInputReadsACpuCopy) {
+  useEncoder(new ScriptedEncoder("mf-h264", false));
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(encoder->lastInput.Usage, D3D11_USAGE_STAGING);
+  EXPECT_EQ(encoder->lastInput.CPUAccessFlags, UINT(D3D11_CPU_ACCESS_READ));
+  EXPECT_EQ(encoder->lastInput.Format, DXGI_FORMAT_NV12);
+  useEncoder(new ScriptedEncoder("mf-h264", true));
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(encoder->lastInput.Usage, D3D11_USAGE_DEFAULT);
+}
+
+TEST_F(FrameLoopTest, AFailedSendIsADropAndTheIndexStands) {
+  control::failOnce("sendto", -1);
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(dropped(), 1u);
+  EXPECT_EQ(session->frameIndex, 0u);
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(session->frameIndex, 1u);
+}
+
+TEST_F(FrameLoopTest, AnEmptyEncoderSlotDropsEveryFrame) {
+  session->encoder.reset();
+  encoder = nullptr;
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(dropped(), 1u);
+}
+
+TEST_F(FrameLoopTest, StopDuringThePacingWaitSendsNothing) {
+  ASSERT_TRUE(process(0));
+  packets();
+  // A frame whose time is ten seconds away on the index clock waits for it.
+  session->frameIndex = 600;
+  std::thread stopper([this] {
+    Sleep(50);
+    session->stopRequested.store(true);
+  });
+  ULONGLONG before = GetTickCount64();
+  EXPECT_FALSE(process(0));
+  stopper.join();
+  EXPECT_LT(GetTickCount64() - before, 1000u);
+  EXPECT_TRUE(packets().empty());
+}
+
+TEST(SessionMetricsTest, RatesCloseAWindowOnlyWhenItIsASecondOld) {
+  std::atomic<uint64_t> start{0}, count{0};
+  AtomicDouble rate;
+  for (int i = 0; i <= 30; ++i) updateRate(10000 + uint64_t(i) * 1000 / 30, start, count, rate);
+  EXPECT_DOUBLE_EQ(rate.load(), 31.0) << "the opening event counts in the first window";
+  updateRate(11999, start, count, rate);
+  EXPECT_DOUBLE_EQ(rate.load(), 31.0) << "999 ms closes nothing";
+  updateRate(12000, start, count, rate);
+  EXPECT_DOUBLE_EQ(rate.load(), 2.0);
+  updateRate(14500, start, count, rate);
+  EXPECT_DOUBLE_EQ(rate.load(), 0.4);
+}
+
+}  // namespace
