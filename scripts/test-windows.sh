@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 source scripts/install.sh
 
 node_version=20.20.2
-expected_functions='["isAvailable"]'
+expected_functions='["isAvailable","start","stop","getMetrics"]'
 
 apt_install wine64 xvfb file binutils
 bash scripts/build-windows.sh
@@ -78,6 +78,10 @@ load_and_check() {
     if (result.error) throw new Error(`the module did not load: ${result.error}`);
     if (JSON.stringify(result.functions) !== functions) throw new Error(`functions ${JSON.stringify(result.functions)}, expected ${functions}`);
     if (result.isAvailable !== available) throw new Error(`isAvailable() answered ${result.isAvailable}, expected ${available}`);
+    if (result.badStart !== "TypeError: start(options) requires an options object") throw new Error(`start(5) gave ${result.badStart}`);
+    const metrics = JSON.stringify(result.metrics);
+    if (metrics !== JSON.stringify({ captureFps: 0, encodeFps: 0, rtpFps: 0, droppedFrames: 0, bitrate: 0, avgFrameBytes: 0, encoderName: "" }))
+      throw new Error(`getMetrics() gave ${metrics}`);
   ' "$result" "$expected_functions" "$expected_available" || fail "$label"
   echo "test-windows: loaded $label: functions $expected_functions, isAvailable() $expected_available"
 }

@@ -9,9 +9,9 @@ const E_FAIL = 0x80004005 | 0;
 
 test.afterEach(() => control.reset());
 
-test('the module registers its functions and nothing else', () => {
-  assert.deepStrictEqual(Object.keys(kestrane), ['isAvailable']);
-  assert.strictEqual(typeof kestrane.isAvailable, 'function');
+test('the module registers its four functions in order and nothing else', () => {
+  assert.deepStrictEqual(Object.keys(kestrane), ['isAvailable', 'start', 'stop', 'getMetrics']);
+  for (const name of Object.keys(kestrane)) assert.strictEqual(typeof kestrane[name], 'function');
 });
 
 test('every JavaScript environment of the process can load the module', async () => {
@@ -23,7 +23,7 @@ test('every JavaScript environment of the process can load the module', async ()
     { eval: true });
   const [answer] = await require('node:events').once(worker, 'message');
   await worker.terminate();
-  assert.deepStrictEqual(answer, { keys: ['isAvailable'], available: true });
+  assert.deepStrictEqual(answer, { keys: ['isAvailable', 'start', 'stop', 'getMetrics'], available: true });
   assert.strictEqual(kestrane.isAvailable(), true, 'the main thread keeps its own functions');
 });
 

@@ -9,6 +9,15 @@ try {
   const addon = require(modulePath);
   result.functions = Object.keys(addon).filter((key) => typeof addon[key] === 'function');
   result.isAvailable = addon.isAvailable();
+  // The session's surface answers without any pipeline: a bad argument throws, stop is harmless,
+  // and the metrics start at zero.
+  try {
+    addon.start(5);
+  } catch (error) {
+    result.badStart = `${error.name}: ${error.message}`;
+  }
+  result.stop = addon.stop();
+  result.metrics = addon.getMetrics();
 } catch (error) {
   result.error = String(error && error.stack ? error.stack : error);
 }
