@@ -110,9 +110,13 @@ TEST_F(FrameLoopTest, FramesTooCloseToTheLastSentAreSkippedWithoutADrop) {
   EXPECT_EQ(dropped(), 0u);
   ASSERT_TRUE(process(t0 + 17 * kTicksPerMs));
   EXPECT_EQ(encoder->encodeCalls, 2);
+  ASSERT_TRUE(process(t0 + 17 * kTicksPerMs + int64_t(pacing.frameInterval)));
+  EXPECT_EQ(encoder->encodeCalls, 3) << "exactly one interval later is not too soon";
   ASSERT_TRUE(process(0));
-  EXPECT_EQ(encoder->encodeCalls, 3) << "a frame without time is never skipped";
-  EXPECT_EQ(session->frameIndex, 3u);
+  EXPECT_EQ(encoder->encodeCalls, 4) << "a frame without time is never skipped";
+  ASSERT_TRUE(process(t0));
+  EXPECT_EQ(encoder->encodeCalls, 5) << "a time running backwards is no reason to skip";
+  EXPECT_EQ(session->frameIndex, 5u);
 }
 
 TEST_F(FrameLoopTest, RtpTimestampsFollowCaptureTimeFromTheFirstFrame) {
