@@ -2,7 +2,8 @@
 //   h264_test_pattern <width> <height> <frames>
 // Writes Annex B to stdout: an IDR and then P pictures of four coloured quadrants (red, green,
 // blue, white from the top left, clockwise) that turn one place further each picture, so that
-// the last picture of a stream tells which one a decoder showed.
+// the last picture of a stream tells which one a decoder showed. A strip of noise along the top
+// edge keeps the key frame larger than one RTP packet.
 #include <wels/codec_api.h>
 
 #include <cstdint>
@@ -58,7 +59,8 @@ int main(int argc, char** argv) {
         // Quadrants clockwise from the top left: 0, 1, 2, 3.
         const int quadrant = y < height / 2 ? (x < width / 2 ? 0 : 1) : (x < width / 2 ? 3 : 2);
         const Yuv& c = colours[(quadrant + frame) % 4];
-        luma[size_t(y) * size_t(width) + size_t(x)] = c.y;
+        const bool noise = y < 16;
+        luma[size_t(y) * size_t(width) + size_t(x)] = noise ? uint8_t((x * 7919u + y * 104729u) * 2654435761u >> 24) : c.y;
         if (x % 2 == 0 && y % 2 == 0) {
           const size_t at = size_t(y / 2) * size_t(width / 2) + size_t(x / 2);
           cb[at] = c.u;
