@@ -157,6 +157,14 @@ test('the sequence number wraps without a gap; late, foreign and malformed packe
   assert.strictEqual(receiver.counters.ignored, 3);
   assert.strictEqual(units.length, 3);
   assert.strictEqual(receiver.counters.packets, 3);
+
+  // Packets lost across the wrap are a gap like any other.
+  const across = await loopback(t);
+  across.setSequence(65533);
+  await across.send([across.packet(nalUnit(0x41, 10), 1, true), across.packet(nalUnit(0x41, 10), 2, true)]);
+  across.skip(2);  // 65535 and 0
+  await across.send([across.packet(nalUnit(0x41, 10), 3, true)]);
+  assert.deepStrictEqual([across.receiver.counters.gaps, across.receiver.counters.lost], [1, 2]);
 });
 
 test('the port cannot be taken twice, and the error says what to do', async (t) => {

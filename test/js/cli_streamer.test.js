@@ -19,10 +19,18 @@ const helpers = require('./helpers/rtp_packets');
 const PATTERN = spawnSync(path.join(path.dirname(TOOL_PATH), 'h264_test_pattern'), ['128', '96', '5']).stdout;
 const METRICS = { captureFps: 30, encodeFps: 29.5, rtpFps: 29.5, droppedFrames: 2, bitrate: 1_500_000, avgFrameBytes: 6000, encoderName: 'nvenc' };
 
-// What start() would send: the pattern as RTP, to the options' target.
+// Sends base64 datagrams from stdin, one a line, and returns when all have left.
+const SEND_SCRIPT = `
+  const socket = require('node:dgram').createSocket('udp4');
+  const [port, ip] = process.argv.slice(1);
+  const packets = require('node:fs').readFileSync(0, 'utf8').trim().split('\\n');
+  let left = packets.length;
+  for (const p of packets) socket.send(Buffer.from(p, 'base64'), Number(port), ip, () => { if (--left === 0) socket.close(); });`;
+
+// Like the add-on, start() sends the stream while it blocks this thread: the pattern as RTP, to the
+// options' target, from another process.
 function fakeAddon({ startError = null } = {}) {
   const calls = [];
-  const socket = dgram.createSocket('udp4');
   return {
     calls,
     isAvailable: () => true,
@@ -30,19 +38,21 @@ function fakeAddon({ startError = null } = {}) {
       calls.push(['start', options]);
       if (startError) throw new Error(startError);
       let sequence = 0;
-      helpers.accessUnitsOf(PATTERN).forEach((nals, picture) => {
+      const packets = helpers.accessUnitsOf(PATTERN).flatMap((nals, picture) => {
         const payloads = helpers.accessUnitPayloads(nals);
-        payloads.forEach((payload, i) => socket.send(helpers.rtpPacket({
+        return payloads.map((payload, i) => helpers.rtpPacket({
           sequence: sequence++, timestamp: picture * 3000, marker: i === payloads.length - 1,
           ssrc: options.ssrc, payloadType: options.payloadType, payload,
-        }), options.rtpTarget.port, options.rtpTarget.ip));
+        }));
       });
+      const sent = spawnSync(process.execPath, ['-e', SEND_SCRIPT, String(options.rtpTarget.port), options.rtpTarget.ip],
+        { input: packets.map((p) => p.toString('base64')).join('\n'), timeout: 10_000 });
+      assert.strictEqual(sent.status, 0, String(sent.stderr));
     },
     stop() {
       calls.push(['stop']);
     },
     getMetrics: () => ({ ...METRICS }),
-    close: () => socket.close(),
   };
 }
 
@@ -61,10 +71,7 @@ async function setup(t, extraArgs = () => []) {
   const control = { setMachine: (m) => Object.assign(machine, m), currentMachine: () => ({ ...machine }) };
   const out = new Output();
   const signals = new EventEmitter();
-  t.after(() => {
-    addon.close();
-    fs.rmSync(dir, { recursive: true, force: true });
-  });
+  t.after(() => fs.rmSync(dir, { recursive: true, force: true }));
   const run = (overrides = {}) => runStreamer(config, { addon, control, env: { DISPLAY: ':7' }, out, processLike: signals, ...overrides });
   return { dir, port, config, addon, machine, out, signals, run };
 }
@@ -116,7 +123,6 @@ test('Ctrl-C stops the session cleanly; the port is free afterwards', async (t) 
 test('a failed start is one line, and stops nothing that did not run', async (t) => {
   const { port, run } = await setup(t);
   const addon = fakeAddon({ startError: 'RTP sender init failed' });
-  t.after(() => addon.close());
   await assert.rejects(run({ addon }), { message: 'the session did not start: RTP sender init failed' });
   assert.deepStrictEqual(addon.calls.map((c) => c[0]), ['start']);
   const socket = dgram.createSocket('udp4');
