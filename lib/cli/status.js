@@ -8,14 +8,14 @@ function formatBitrate(bitsPerSecond) {
   return `${Math.round(bitsPerSecond)} bit/s`;
 }
 
-function describeSource(config, display) {
-  const desktop = display ? `the X display ${display}` : 'the synthetic desktop';
+// `desktop`: what the platform captures, e.g. "the X display :0" or "the synthetic desktop".
+function describeSource(config, desktop) {
   if (config.captureKind === 'window') return `window 0x${config.nativeHandle.toString(16)} of ${desktop}`;
   return config.nativeHandle === 0 ? desktop : `output ${config.nativeHandle} of ${desktop}`;
 }
 
-function announcement(config, display) {
-  return `kestrane: streaming ${describeSource(config, display)} at ${config.width}x${config.height}, ` +
+function announcement(config, desktop) {
+  return `kestrane: streaming ${describeSource(config, desktop)} at ${config.width}x${config.height}, ` +
     `${config.fps} fps, ${formatBitrate(config.bitrate)} to ${config.ip}:${config.port} ` +
     `(RTP payload type ${config.payloadType}, SSRC 0x${config.ssrc.toString(16).padStart(8, '0')}, encoder ${config.encoder})`;
 }

@@ -30,6 +30,11 @@ function useDisplay(control, display) {
   control.setMachine({ ...control.currentMachine(), display });
 }
 
+function desktopName(control, display) {
+  if (!control) return 'the desktop';  // Windows: the real one
+  return display ? `the X display ${display}` : 'the synthetic desktop';
+}
+
 function startOptions(config) {
   return {
     captureKind: config.captureKind,
@@ -115,7 +120,7 @@ async function runStreamer(config, {
     });
   }
 
-  print(status.announcement(config, control ? env.DISPLAY : null));
+  print(status.announcement(config, desktopName(control, env.DISPLAY)));
   const startedAt = Date.now();
   try {
     addon.start(startOptions(config));  // blocks up to 10 s; the receiver's datagrams queue meanwhile
