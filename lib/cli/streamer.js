@@ -146,6 +146,8 @@ async function runStreamer(config, {
 
     const live = new status.LiveLines(out);
     const meter = new status.RateMeter();
+    // What queued up during start belongs to no second of the live figures.
+    if (receiver) meter.bitsPerSecond(receiver.counters.payloadBytes);
     const refresh = () => {
       const lines = [status.senderLine(addon.getMetrics())];
       if (receiver) lines.push(status.receiverLine(receiver.counters, meter.bitsPerSecond(receiver.counters.payloadBytes)));
