@@ -1,23 +1,23 @@
 #!/usr/bin/env node
-// The main job. Until the add-on's JavaScript surface exists, it shows the parts of the pipeline
-// that stand: a frame scaled and converted to NV12 on the software GPU, and access units
-// packetised into RTP and sent over loopback UDP, each measured.
+// The streamer behind `npm start`: streams the desktop or a window as RTP and shows what arrives.
 'use strict';
 
-const { spawnSync } = require('node:child_process');
-const path = require('node:path');
+const { parseArgs, UsageError, HELP } = require('../lib/cli/args');
 
-const benchDir = path.join(__dirname, '..', 'build', 'cmake', 'bench');
-const jobs = [
-  ['video_scaler_bench', 'NV12 conversion on the software GPU'],
-  ['rtp_bench', 'RTP output over loopback UDP, beside a bare sendto loop'],
-];
-
-for (const [name, what] of jobs) {
-  console.log(`kestrane: ${what}`);
-  const run = spawnSync(path.join(benchDir, name), { stdio: 'inherit' });
-  if (run.error || run.status !== 0) {
-    console.error(`kestrane: ${name} failed: ${run.error ? run.error.message : `exit status ${run.status}`}`);
-    process.exit(1);
+async function main() {
+  const config = parseArgs(process.argv.slice(2));
+  if (config.help) {
+    process.stdout.write(HELP);
+    return 0;
   }
+  const { runStreamer } = require('../lib/cli/streamer');
+  return runStreamer(config, { addon: require('../lib') });
 }
+
+// Any failure is one line on stderr: 2 for a bad command line, 1 for everything else.
+main().then(
+  (code) => { process.exitCode = code; },
+  (error) => {
+    process.stderr.write(`kestrane: ${String(error.message).replace(/^kestrane: /, '')}\n`);
+    process.exitCode = error instanceof UsageError ? 2 : 1;
+  });
