@@ -5,13 +5,7 @@
 //
 //   pipeline_bench [seconds] [--fps N] [--display :N]
 #include <X11/Xlib.h>
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
-#include <windows.h>
 
 #include <algorithm>
 #include <atomic>
@@ -26,68 +20,11 @@
 #include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
 #include "session/native_session.h"
+#include "test/support/udp_arrivals.h"
 
 namespace control = platform::control;
 
 namespace {
-
-struct Arrival {
-  int64_t qpc = 0;  // 100 ns ticks, the performance counter's clock
-  uint32_t rtpTimestamp = 0;
-  bool marker = false;
-};
-
-int64_t qpcNow() {
-  LARGE_INTEGER now;
-  QueryPerformanceCounter(&now);
-  return now.QuadPart;
-}
-
-// Collects every datagram's arrival on a socket of its own until told to stop.
-class Receiver {
- public:
-  Receiver() {
-    fd = socket(AF_INET, SOCK_DGRAM, 0);
-    int buffer = 16 << 20;
-    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    port = ntohs(address.sin_port);
-    thread = std::thread([this] { run(); });
-  }
-  ~Receiver() {
-    done.store(true);
-    thread.join();
-    close(fd);
-  }
-
-  uint16_t port = 0;
-  std::vector<Arrival> arrivals;
-
- private:
-  void run() {
-    uint8_t packet[2048];
-    while (!done.load()) {
-      pollfd waiting{fd, POLLIN, 0};
-      if (poll(&waiting, 1, 50) <= 0) continue;
-      ssize_t got = recv(fd, packet, sizeof packet, 0);
-      if (got < 12) continue;
-      Arrival arrival;
-      arrival.qpc = qpcNow();
-      arrival.marker = (packet[1] & 0x80) != 0;
-      arrival.rtpTimestamp = uint32_t(packet[4]) << 24 | uint32_t(packet[5]) << 16 | uint32_t(packet[6]) << 8 | packet[7];
-      arrivals.push_back(arrival);
-    }
-  }
-
-  int fd = -1;
-  std::atomic<bool> done{false};
-  std::thread thread;
-};
 
 // Changes the X screen's content `rate` times a second, so that duplication has frames to give.
 class XAnimator {
@@ -157,7 +94,7 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  Receiver receiver;
+  testing_support::UdpArrivals receiver;
   NativeSession session;
   StartOptions options;
   options.captureKind = CaptureKind::Screen;
@@ -166,7 +103,7 @@ int main(int argc, char** argv) {
   options.fps = fps;
   options.bitrate = 8000000;
   options.ip = "127.0.0.1";
-  options.port = receiver.port;
+  options.port = receiver.port();
   options.ssrc = 1;
 
   uint64_t droppedBefore = session.metrics.droppedFrames.load();
@@ -182,23 +119,24 @@ int main(int argc, char** argv) {
   std::string encoderName = session.currentEncoderName();
   uint64_t firstTimestamp = session.firstFrameTimestamp;
   session.stop();
+  receiver.stop();
   uint64_t dropped = session.metrics.droppedFrames.load() - droppedBefore;
 
   // The last datagram of a picture carries the marker; its RTP time leads back to the frame's
   // present time on the performance counter.
   std::vector<double> delaysMs;
   uint64_t pictures = 0;
-  for (const Arrival& arrival : receiver.arrivals) {
+  for (const testing_support::RtpArrival& arrival : receiver.arrivals()) {
     if (!arrival.marker) continue;
     ++pictures;
     if (firstTimestamp == 0) continue;
     int64_t present = int64_t(firstTimestamp) + int64_t(uint64_t(arrival.rtpTimestamp) * 10000000 / 90000);
-    delaysMs.push_back(double(arrival.qpc - present) / 10000.0);
+    delaysMs.push_back(double(arrival.monotonic100ns - present) / 10000.0);
   }
   std::printf("pipeline_bench: %s 1920x1080 at %d fps for %.1f s, encoder %s\n",
               display.empty() ? "synthetic desktop" : display.c_str(), fps, wall, encoderName.c_str());
   std::printf("  delivered %.1f fps (%llu pictures, %zu datagrams), dropped %llu (%.2f%%)\n", double(pictures) / wall,
-              (unsigned long long)pictures, receiver.arrivals.size(), (unsigned long long)dropped,
+              (unsigned long long)pictures, receiver.arrivals().size(), (unsigned long long)dropped,
               pictures + dropped ? 100.0 * double(dropped) / double(pictures + dropped) : 0.0);
   std::printf("  CPU %.2f cores\n", cpu / wall);
   if (!delaysMs.empty()) {
