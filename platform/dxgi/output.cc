@@ -4,12 +4,11 @@
 #include <string>
 #include <thread>
 
+#include "platform/desktop/output_duplication.h"
 #include "platform/dxgi/dxgi_objects.h"
 
 namespace platform::dxgi {
 namespace {
-
-std::atomic<DuplicateOutputHandler> duplicateHandler{nullptr};
 
 bool listedFormat(DXGI_FORMAT format) {
   return format == DXGI_FORMAT_B8G8R8A8_UNORM || format == DXGI_FORMAT_B8G8R8A8_UNORM_SRGB ||
@@ -17,8 +16,6 @@ bool listedFormat(DXGI_FORMAT format) {
 }
 
 }  // namespace
-
-void setDuplicateOutputHandler(DuplicateOutputHandler handler) { duplicateHandler.store(handler); }
 
 Output::Output(Adapter* adapter, UINT index) : ComObject("IDXGIOutput1"), parent(adapter), outputIndex(index) {}
 
@@ -207,9 +204,7 @@ HRESULT Output::DuplicateOutput(IUnknown* pDevice, IDXGIOutputDuplication** ppOu
   if (ppOutputDuplication != nullptr) *ppOutputDuplication = nullptr;
   if (HRESULT hr = enter("IDXGIOutput1::DuplicateOutput"); hr != S_OK) return hr;
   if (pDevice == nullptr || ppOutputDuplication == nullptr) return E_INVALIDARG;
-  DuplicateOutputHandler handler = duplicateHandler.load();
-  if (handler == nullptr) return E_NOTIMPL;
-  return handler(this, pDevice, ppOutputDuplication);
+  return desktop::duplicateOutput(this, pDevice, ppOutputDuplication);
 }
 
 }  // namespace platform::dxgi
