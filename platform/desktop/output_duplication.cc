@@ -12,10 +12,16 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The performance counter and the steady clock both run on CLOCK_MONOTONIC.
+// The performance counter and the steady clock both run on CLOCK_MONOTONIC; a time past the
+// range (a still desktop's next image) is the end of time.
 Clock::time_point steadyTimeOf(int64_t qpc) {
-  return Clock::time_point(std::chrono::duration_cast<Clock::duration>(std::chrono::nanoseconds(qpc) * 100));
+  if (qpc >= INT64_MAX / 100) return Clock::time_point::max();
+  return Clock::time_point(std::chrono::duration_cast<Clock::duration>(std::chrono::nanoseconds(qpc * 100)));
 }
+
+// Waits sleep at most this long at a time, so that an infinite time-out never reaches the clock's
+// end of range.
+constexpr std::chrono::seconds kLongestSleep{1};
 
 Clock::time_point deadlineAfter(UINT timeoutMs) {
   if (timeoutMs == INFINITE) return Clock::time_point::max();
@@ -177,8 +183,9 @@ OutputDuplication::Wait OutputDuplication::waitSynthetic(UINT timeoutMs, DXGI_OU
       seenImage = current;
     }
     if (pointer || info.AccumulatedFrames > 0) return Wait::Frame;
-    Clock::time_point wake = std::min(deadline, steadyTimeOf(desktop->nextImageAt(now)));
-    if (Clock::now() >= deadline) return Wait::Timeout;
+    Clock::time_point steadyNow = Clock::now();
+    if (steadyNow >= deadline) return Wait::Timeout;
+    Clock::time_point wake = std::min({deadline, steadyTimeOf(desktop->nextImageAt(now)), steadyNow + kLongestSleep});
     desktop->changed.wait_until(lock, wake);
   }
 }
