@@ -146,7 +146,14 @@ bool XScreenGrabber::waitForDamage(uint32_t milliseconds) {
 bool XScreenGrabber::grab(uint8_t* bytes, uint32_t rowPitch, uint32_t w, uint32_t h) {
   if (dead()) return false;
   Display* dpy = x->display;
+  // Damage before the sync is in the image taken after it, so its events are dropped; damage
+  // after it reports anew and makes the next frame.
   XDamageSubtract(dpy, x->damage, None, None);
+  XSync(dpy, False);
+  while (!dead() && XPending(dpy) > 0) {
+    XEvent event;
+    XNextEvent(dpy, &event);
+  }
   XImage* image = x->image;
   XImage* own = nullptr;
   if (x->shm) {
