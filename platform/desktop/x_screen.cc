@@ -63,7 +63,10 @@ struct XScreenGrabber::Connection {
       if (shm) XShmDetach(display, &segment);
       XSync(display, False);
     }
-    if (image != nullptr) XDestroyImage(image);
+    if (image != nullptr) {
+      image->data = nullptr;  // the shared segment, detached below
+      XDestroyImage(image);
+    }
     if (segment.shmaddr != nullptr) shmdt(segment.shmaddr);
     XCloseDisplay(display);
   }

@@ -61,6 +61,7 @@ class DesktopDuplicationTest : public GpuTest {
 
 TEST_F(DesktopDuplicationTest, TheFirstAcquireGivesTheAnimatedDesktopAtOnceAsOneTextureOnTheDevice) {
   CountedRef<IDXGIOutputDuplication> duplication = duplicate();
+  ASSERT_TRUE(duplication);
   DXGI_OUTDUPL_DESC desc{};
   duplication->GetDesc(&desc);
   EXPECT_EQ(desc.ModeDesc.Width, kWidth);
@@ -110,6 +111,7 @@ TEST_F(DesktopDuplicationTest, TheFirstAcquireGivesTheAnimatedDesktopAtOnceAsOne
 TEST_F(DesktopDuplicationTest, AStillDesktopGivesNoFrameAfterARealWaitAndAPointerMoveGivesOneWithoutAnImage) {
   control::fillOutput(0, kRed);
   CountedRef<IDXGIOutputDuplication> duplication = duplicate();
+  ASSERT_TRUE(duplication);
   Acquired first = acquire(duplication.get(), 100);
   ASSERT_EQ(first.hr, S_OK);
   EXPECT_EQ(pixelsOf(first.resource.get()), std::vector<uint32_t>(kWidth * kHeight, kRed));
@@ -156,6 +158,7 @@ TEST_F(DesktopDuplicationTest, AStillDesktopGivesNoFrameAfterARealWaitAndAPointe
 TEST_F(DesktopDuplicationTest, AModeChangeOrDesktopSwitchLosesTheDuplicationForGoodAndEndsAWait) {
   control::fillOutput(0, kRed);
   CountedRef<IDXGIOutputDuplication> duplication = duplicate();
+  ASSERT_TRUE(duplication);
   ASSERT_EQ(acquire(duplication.get(), 100).hr, S_OK);
   ASSERT_EQ(duplication->ReleaseFrame(), S_OK);
 
@@ -175,6 +178,7 @@ TEST_F(DesktopDuplicationTest, AModeChangeOrDesktopSwitchLosesTheDuplicationForG
   EXPECT_EQ(target.output->DuplicateOutput(target.d3d.device.get(), refused.put()), E_INVALIDARG);
   duplication.reset();
   duplication = duplicate();
+  ASSERT_TRUE(duplication);
   DXGI_OUTDUPL_DESC desc{};
   duplication->GetDesc(&desc);
   EXPECT_EQ(desc.ModeDesc.Width, 64u);
@@ -218,6 +222,7 @@ TEST_F(DesktopDuplicationTest, EveryCallPassesTheFaultPlanUnderItsName) {
   control::failOnce("IDXGIOutput1::DuplicateOutput", DXGI_ERROR_UNSUPPORTED);
   EXPECT_EQ(target.output->DuplicateOutput(target.d3d.device.get(), duplication.put()), DXGI_ERROR_UNSUPPORTED);
   duplication = duplicate();
+  ASSERT_TRUE(duplication);
 
   CountedRef<IDXGIObject> object;
   EXPECT_EQ(object.queryFrom(duplication.get()), S_OK);
