@@ -118,6 +118,16 @@ std::shared_ptr<OutputDesktop> outputDesktop(uint32_t number) {
   return number < r.outputs.size() ? r.outputs[number] : nullptr;
 }
 
+bool changedMode(uint32_t number, uint32_t& width, uint32_t& height) {
+  std::shared_ptr<OutputDesktop> output = outputDesktop(number);
+  if (output == nullptr) return false;
+  std::lock_guard<std::mutex> lock(output->mutex);
+  if (!output->modeSet) return false;
+  width = output->width;
+  height = output->height;
+  return true;
+}
+
 void retireAll() {
   Registry& r = registry();
   std::lock_guard<std::mutex> lock(r.mutex);

@@ -61,6 +61,8 @@ class OutputDesktop {
 // The desktop of output `number` (counted across adapters) of the current machine; null if the
 // machine has no such output.
 std::shared_ptr<OutputDesktop> outputDesktop(uint32_t number);
+// The size that a control call gave output `number`, if any: the output reports it as its mode.
+bool changedMode(uint32_t number, uint32_t& width, uint32_t& height);
 // The machine description changed: every desktop goes, and its duplications are lost.
 void retireAll();
 

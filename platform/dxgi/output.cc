@@ -70,7 +70,8 @@ HRESULT Output::GetDesc(DXGI_OUTPUT_DESC* pDesc) {
   const control::OutputDescription& output = description();
   std::wstring name = L"\\\\.\\DISPLAY" + std::to_wstring(desktopNumber() + 1);
   name.copy(pDesc->DeviceName, std::size(pDesc->DeviceName) - 1);
-  pDesc->DesktopCoordinates = {output.left, output.top, output.left + output.width, output.top + output.height};
+  DXGI_MODE_DESC mode = currentMode();
+  pDesc->DesktopCoordinates = {output.left, output.top, output.left + LONG(mode.Width), output.top + LONG(mode.Height)};
   pDesc->AttachedToDesktop = TRUE;
   pDesc->Rotation = DXGI_MODE_ROTATION_IDENTITY;
   pDesc->Monitor = reinterpret_cast<HMONITOR>(uintptr_t(0x10000 + desktopNumber()));
@@ -82,6 +83,7 @@ DXGI_MODE_DESC Output::currentMode() const {
   DXGI_MODE_DESC mode{};
   mode.Width = UINT(output.width);
   mode.Height = UINT(output.height);
+  desktop::changedMode(desktopNumber(), mode.Width, mode.Height);
   mode.RefreshRate = {kRefreshNumerator, 1};
   mode.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
   mode.ScanlineOrdering = DXGI_MODE_SCANLINE_ORDER_PROGRESSIVE;

@@ -183,6 +183,10 @@ TEST_F(DesktopDuplicationTest, AModeChangeOrDesktopSwitchLosesTheDuplicationForG
   duplication->GetDesc(&desc);
   EXPECT_EQ(desc.ModeDesc.Width, 64u);
   EXPECT_EQ(desc.ModeDesc.Height, 48u);
+  DXGI_OUTPUT_DESC outputDesc{};
+  ASSERT_EQ(target.output->GetDesc(&outputDesc), S_OK);
+  EXPECT_EQ(outputDesc.DesktopCoordinates.right - outputDesc.DesktopCoordinates.left, 64);
+  EXPECT_EQ(outputDesc.DesktopCoordinates.bottom - outputDesc.DesktopCoordinates.top, 48);
   Acquired fresh = acquire(duplication.get(), 100);
   ASSERT_EQ(fresh.hr, S_OK);
   EXPECT_EQ(pixelsOf(fresh.resource.get()), std::vector<uint32_t>(64 * 48, kRed));
