@@ -35,11 +35,16 @@ int64_t OutputDesktop::nextImageAt(int64_t qpc) const {
   return presentTimeOf(imageAt(qpc) + 1);
 }
 
-void OutputDesktop::draw(uint64_t image, uint8_t* bytes, uint32_t rowPitch) const {
-  if (solid)
+uint64_t OutputDesktop::draw(uint64_t image, uint8_t* bytes, uint32_t rowPitch, uint64_t drawnFrame) const {
+  if (solid) {
     fillSolid(bytes, rowPitch, width, height, colour);
+    return 0;
+  }
+  if (drawnFrame != 0)
+    drawSyntheticChange(bytes, rowPitch, width, height, drawnFrame, image);
   else
     drawSyntheticFrame(bytes, rowPitch, width, height, image);
+  return image;
 }
 
 void OutputDesktop::fill(uint32_t newColour, int64_t now) {

@@ -32,8 +32,9 @@ class OutputDesktop {
   int64_t presentTimeOf(uint64_t image) const;
   // When the image after the one of `qpc` appears; INT64_MAX while the desktop is still.
   int64_t nextImageAt(int64_t qpc) const;
-  // Draws `image` into a BGRA buffer of the desktop's size.
-  void draw(uint64_t image, uint8_t* bytes, uint32_t rowPitch) const;
+  // Draws `image` into a BGRA buffer of the desktop's size that holds animation frame
+  // `drawnFrame` already (0: anything else). Answers the animation frame the buffer now holds.
+  uint64_t draw(uint64_t image, uint8_t* bytes, uint32_t rowPitch, uint64_t drawnFrame) const;
 
   void fill(uint32_t colour, int64_t now);
   void freeze(int64_t now);

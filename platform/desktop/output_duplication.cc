@@ -176,7 +176,7 @@ OutputDuplication::Wait OutputDuplication::waitSynthetic(UINT timeoutMs, DXGI_OU
       d3d11::PixelStore& store = image->store();
       {
         std::lock_guard<std::mutex> pixels(store.mutex);
-        desktop->draw(current, store.bytes.data(), store.layout.rowPitch);
+        drawnFrame = desktop->draw(current, store.bytes.data(), store.layout.rowPitch, drawnFrame);
       }
       info.LastPresentTime.QuadPart = desktop->presentTimeOf(current);
       info.AccumulatedFrames = seenImage == 0 ? 1 : UINT(std::min<uint64_t>(current - seenImage, UINT_MAX));
@@ -216,9 +216,11 @@ OutputDuplication::Wait OutputDuplication::waitX(UINT timeoutMs, DXGI_OUTDUPL_FR
       ++seenImage;
     }
     if (pointer || damaged) return Wait::Frame;
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0) return Wait::Timeout;
-    damaged = grabber->waitForDamage(uint32_t(std::min<int64_t>(left, kXSliceMs)));
+    // Damage that has come already counts even when the time is up; rounded up so that a wait
+    // of a fraction of a millisecond still looks once more.
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    damaged = grabber->waitForDamage(uint32_t(std::clamp<int64_t>(left, 0, kXSliceMs)));
+    if (!damaged && left <= 0) return Wait::Timeout;
   }
 }
 

@@ -71,6 +71,7 @@ class OutputDuplication final : public IDXGIOutputDuplication, public ComObject 
   bool held = false;
   uint64_t seenImage = 0;  // 0: nothing handed out yet, so the first acquire gives the image at once
   uint64_t seenPointerUpdates = 0;
+  uint64_t drawnFrame = 0;  // the animation frame in `image`, so that the next one redraws only changes
 };
 
 }  // namespace platform::desktop
