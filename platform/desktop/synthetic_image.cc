@@ -38,21 +38,43 @@ void fillSolid(uint8_t* bytes, uint32_t rowPitch, uint32_t width, uint32_t heigh
   for (uint32_t y = 0; y < height; ++y) fillRow(reinterpret_cast<uint32_t*>(bytes + size_t(y) * rowPitch), width, colour);
 }
 
+namespace {
+
+// Row `y` of animation frame `frameIndex`, whole.
+void drawRow(uint32_t* row, uint32_t y, uint32_t width, uint32_t height, uint64_t frameIndex) {
+  if (inStripe(y, height)) {
+    for (uint32_t x = 0; x < width; ++x) row[x] = stripePixel(frameIndex, x, y);
+  } else {
+    fillRow(row, width, kBackground);
+  }
+  uint32_t bar = barLeft(frameIndex, width);
+  fillRow(row + bar, std::min(width, bar + kBarWidth) - bar, kBar);
+  if (y < kCell)
+    for (uint32_t x = 0, end = std::min(width, kCells * kCell); x < end; ++x) row[x] = cellPixel(frameIndex, x);
+}
+
+}  // namespace
+
 void drawSyntheticFrame(uint8_t* bytes, uint32_t rowPitch, uint32_t width, uint32_t height, uint64_t frameIndex) {
   if (width == 0 || height == 0) return;
-  uint32_t bar = barLeft(frameIndex, width);
-  uint32_t barEnd = std::min(width, bar + kBarWidth);
-  uint32_t cellsEnd = std::min(width, kCells * kCell);
+  for (uint32_t y = 0; y < height; ++y)
+    drawRow(reinterpret_cast<uint32_t*>(bytes + size_t(y) * rowPitch), y, width, height, frameIndex);
+}
+
+void drawSyntheticChange(uint8_t* bytes, uint32_t rowPitch, uint32_t width, uint32_t height, uint64_t from,
+                         uint64_t to) {
+  if (width == 0 || height == 0) return;
+  uint32_t oldBar = barLeft(from, width);
+  uint32_t newBar = barLeft(to, width);
   for (uint32_t y = 0; y < height; ++y) {
     uint32_t* row = reinterpret_cast<uint32_t*>(bytes + size_t(y) * rowPitch);
-    if (inStripe(y, height)) {
-      for (uint32_t x = 0; x < width; ++x) row[x] = stripePixel(frameIndex, x, y);
-    } else {
-      fillRow(row, width, kBackground);
+    if (y < kCell || inStripe(y, height)) {
+      drawRow(row, y, width, height, to);
+      continue;
     }
-    fillRow(row + bar, barEnd - bar, kBar);
-    if (y < kCell)
-      for (uint32_t x = 0; x < cellsEnd; ++x) row[x] = cellPixel(frameIndex, x);
+    // Elsewhere the frames differ only where the bar was and where it is.
+    fillRow(row + oldBar, std::min(width, oldBar + kBarWidth) - oldBar, kBackground);
+    fillRow(row + newBar, std::min(width, newBar + kBarWidth) - newBar, kBar);
   }
 }
 
