@@ -80,21 +80,42 @@ HRESULT duplicateOutput(dxgi::Output* output, IUnknown* deviceArgument, IDXGIOut
   return S_OK;
 }
 
+// What a duplication takes of its desktop when it is made, read under the desktop's lock: a
+// mode change may come from another thread at any time.
+struct DesktopState {
+  uint64_t epoch;
+  uint32_t width, height;
+  uint64_t pointerUpdates;
+};
+
+namespace {
+
+DesktopState stateOf(OutputDesktop& desktop) {
+  std::lock_guard<std::mutex> lock(desktop.mutex);
+  return {desktop.lossEpoch, desktop.width, desktop.height, desktop.pointerUpdates};
+}
+
+}  // namespace
+
 OutputDuplication::OutputDuplication(dxgi::Output* output, d3d11::Device* device,
                                      std::shared_ptr<OutputDesktop> desktop, std::unique_ptr<XScreenGrabber> grabber)
+    : OutputDuplication(output, device, desktop, std::move(grabber), stateOf(*desktop)) {}
+
+OutputDuplication::OutputDuplication(dxgi::Output* output, d3d11::Device* device,
+                                     std::shared_ptr<OutputDesktop> desktop, std::unique_ptr<XScreenGrabber> grabber,
+                                     const DesktopState& state)
     : ComObject("IDXGIOutputDuplication"),
       output(output),
       device(device),
-      desktop(desktop),
+      desktop(std::move(desktop)),
       grabber(std::move(grabber)),
-      epoch(desktop->lossEpoch),
-      width(desktop->width),
-      height(desktop->height) {
+      epoch(state.epoch),
+      width(state.width),
+      height(state.height),
+      seenPointerUpdates(state.pointerUpdates) {
   D3D11_TEXTURE2D_DESC desc = desktopTextureDesc(width, height);
   auto store = std::make_shared<d3d11::PixelStore>(desc, d3d11::layoutFor(desc.Format, width, height));
   image.reset(new d3d11::Texture(device, std::move(store)));
-  std::lock_guard<std::mutex> lock(desktop->mutex);
-  seenPointerUpdates = desktop->pointerUpdates;
 }
 
 void* OutputDuplication::interfaceFor(REFIID riid) {

@@ -17,6 +17,8 @@
 
 namespace platform::desktop {
 
+struct DesktopState;
+
 // IDXGIOutput1::DuplicateOutput, past its gate and its null checks.
 HRESULT duplicateOutput(dxgi::Output* output, IUnknown* device, IDXGIOutputDuplication** out);
 
@@ -47,6 +49,9 @@ class OutputDuplication final : public IDXGIOutputDuplication, public ComObject 
 
  private:
   enum class Wait { Frame, Timeout, Lost };
+
+  OutputDuplication(dxgi::Output* output, d3d11::Device* device, std::shared_ptr<OutputDesktop> desktop,
+                    std::unique_ptr<XScreenGrabber> grabber, const DesktopState& state);
 
   void* interfaceFor(REFIID riid) override;
   void releaseResources() override;
