@@ -94,6 +94,38 @@ TEST_F(X11DesktopTest, TheMonitorSourceCapturesTheScreensPixelsAndOnlyWhenTheyCh
   }
 }
 
+TEST_F(X11DesktopTest, AModeSetThroughTheControlInterfaceReopensTheCaptureAtThatSizeAndXErrorsAreSurvived) {
+  painter->fill(bgra(90, 30, 60), 0, 0, kWidth, kHeight);
+  D3DContext d3d;
+  ASSERT_TRUE(d3d.createForGlobalOutput(0));
+  DxgiDuplicationCapture capture;
+  StartOptions options;
+  options.captureKind = CaptureKind::Screen;
+  ASSERT_TRUE(capture.init(&d3d, options));
+  capture.setFrameRate(60);
+  CountedRef<ID3D11Texture2D> slot;
+  int64_t timestamp = 0;
+  ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
+  capture.releaseFrame();
+
+  // The platform's error handler stands for the whole process once a duplication has opened.
+  painter->provokeError();
+
+  // Xvfb can't change modes, so the mode comes from the control interface; past the screen's
+  // edge the frame is black.
+  ASSERT_TRUE(control::setOutputMode(0, kWidth + 16, 100));
+  EXPECT_FALSE(capture.acquireFrame(slot, timestamp));
+  ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
+  capture.releaseFrame();
+  D3D11_TEXTURE2D_DESC desc{};
+  slot->GetDesc(&desc);
+  EXPECT_EQ(desc.Width, kWidth + 16);
+  EXPECT_EQ(desc.Height, 100u);
+  std::vector<uint32_t> pixels = readPixels(d3d.device.get(), d3d.context.get(), slot.get());
+  EXPECT_EQ(pixels[size_t(50) * desc.Width + 10], bgra(90, 30, 60));
+  EXPECT_EQ(pixels[size_t(50) * desc.Width + kWidth + 3], bgra(0, 0, 0));
+}
+
 TEST_F(X11DesktopTest, ALostXServerLosesTheDuplicationAndLeavesTheProcessRunning) {
   painter->fill(bgra(1, 2, 3), 0, 0, kWidth, kHeight);
   DuplicationTarget target = duplicationTarget();

@@ -91,6 +91,11 @@ void XPainter::fill(uint32_t colour, int x, int y, unsigned width, unsigned heig
   XSync(display, False);
 }
 
+void XPainter::provokeError() {
+  XMapWindow(display, Window(0x7FFFFFF0));
+  XSync(display, False);
+}
+
 XvfbServer::~XvfbServer() {
   if (pid <= 0) return;
   ::kill(pid, SIGTERM);
