@@ -39,6 +39,9 @@ struct MachineDescription {
 // One NVIDIA adapter with one output: the X display named by DISPLAY, or else a 1920x1080
 // synthetic one; NVENC installed; the software transform present.
 MachineDescription defaultMachine();
+// The same without a display, whatever the environment says: what reset() restores, so that
+// tests don't depend on the shell they run in.
+MachineDescription syntheticMachine();
 // Takes effect for every factory created afterwards.
 void setMachine(const MachineDescription& machine);
 MachineDescription currentMachine();

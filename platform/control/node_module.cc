@@ -2,6 +2,7 @@
 #include <napi.h>
 
 #include "platform/control/com_control.h"
+#include "platform/control/desktop_node_functions.h"
 #include "platform/control/machine_control.h"
 #include "platform/control/mf_control.h"
 #include "platform/control/platform_control.h"
@@ -310,6 +311,8 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("keyedMutexCalls", Napi::Function::New(env, KeyedMutexCalls, "keyedMutexCalls"));
   exports.Set("clearCallRecords", Napi::Function::New(env, ClearCallRecords, "clearCallRecords"));
   exports.Set("reset", Napi::Function::New(env, Reset, "reset"));
+  // The desktop behind Desktop Duplication.
+  platform::control::node::addDesktopFunctions(env, exports);
   return exports;
 }
 

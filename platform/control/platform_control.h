@@ -47,7 +47,8 @@ int openSocketCount();
 size_t openHandleCount();
 
 // Back to a fresh platform state: no faults, zero counters, empty debug output, the default
-// machine, a debug layer that has found nothing, no recorded calls.
+// machine without a display (syntheticMachine), a debug layer that has found nothing, no
+// recorded calls.
 void reset();
 
 }  // namespace platform::control

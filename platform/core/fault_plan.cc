@@ -143,7 +143,7 @@ void reset() {
   clearFaults();
   resetCallCounts();
   clearDebugOutput();
-  setMachine(defaultMachine());
+  setMachine(syntheticMachine());
   resetDebugLayer();
   clearCallRecords();
 }

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "platform/core/call_gate.h"
+#include "platform/core/clock.h"
 #include "windows.h"
 
 namespace {
@@ -15,6 +16,8 @@ uint64_t monotonicNanoseconds() {
 }
 
 }  // namespace
+
+int64_t platform::qpcNow() { return int64_t(monotonicNanoseconds() / 100); }
 
 ULONGLONG WINAPI GetTickCount64(void) {
   int64_t value = 0;
@@ -44,7 +47,7 @@ BOOL WINAPI QueryPerformanceCounter(LARGE_INTEGER* lpPerformanceCount) {
   int64_t value = 0;
   if (platform::plannedFault("QueryPerformanceCounter", &value)) return BOOL(value);
   if (lpPerformanceCount == nullptr) return FALSE;
-  lpPerformanceCount->QuadPart = LONGLONG(monotonicNanoseconds() / 100);
+  lpPerformanceCount->QuadPart = LONGLONG(platform::qpcNow());
   return TRUE;
 }
 
@@ -52,6 +55,6 @@ BOOL WINAPI QueryPerformanceFrequency(LARGE_INTEGER* lpFrequency) {
   int64_t value = 0;
   if (platform::plannedFault("QueryPerformanceFrequency", &value)) return BOOL(value);
   if (lpFrequency == nullptr) return FALSE;
-  lpFrequency->QuadPart = 10000000;
+  lpFrequency->QuadPart = platform::kQpcFrequency;
   return TRUE;
 }

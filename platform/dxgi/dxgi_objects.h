@@ -72,11 +72,6 @@ class Adapter final : public IDXGIAdapter1, public ComObject {
   PrivateData privateData;
 };
 
-class Output;
-// Desktop Duplication lives with the desktop; it registers here to answer DuplicateOutput.
-using DuplicateOutputHandler = HRESULT (*)(Output* output, IUnknown* device, IDXGIOutputDuplication** out);
-void setDuplicateOutputHandler(DuplicateOutputHandler handler);
-
 class Output final : public IDXGIOutput1, public ComObject {
  public:
   Output(Adapter* adapter, UINT index);

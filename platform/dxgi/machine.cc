@@ -1,6 +1,10 @@
 #include "platform/dxgi/machine.h"
 
+#include <cstdlib>
 #include <mutex>
+
+#include "platform/desktop/desktop_model.h"
+#include "platform/desktop/x_screen.h"
 
 namespace platform {
 namespace dxgi {
@@ -33,7 +37,7 @@ LUID adapterLuid(uint32_t generation, uint32_t adapterIndex) {
 
 namespace control {
 
-MachineDescription defaultMachine() {
+MachineDescription syntheticMachine() {
   AdapterDescription adapter;
   adapter.outputs.push_back(OutputDescription{});
   MachineDescription machine;
@@ -41,11 +45,28 @@ MachineDescription defaultMachine() {
   return machine;
 }
 
+MachineDescription defaultMachine() {
+  MachineDescription machine = syntheticMachine();
+  const char* display = std::getenv("DISPLAY");
+  if (display == nullptr || display[0] == '\0') return machine;
+  machine.display = display;
+  uint32_t width = 0, height = 0;
+  if (desktop::xScreenSize(machine.display, width, height)) {
+    machine.adapters[0].outputs[0].width = int32_t(width);
+    machine.adapters[0].outputs[0].height = int32_t(height);
+  }
+  return machine;
+}
+
 void setMachine(const MachineDescription& machine) {
-  dxgi::MachineState& s = dxgi::state();
-  std::lock_guard<std::mutex> lock(s.mutex);
-  s.machine = machine;
-  ++s.generation;
+  {
+    dxgi::MachineState& s = dxgi::state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.machine = machine;
+    ++s.generation;
+  }
+  // Duplications of the old machine's outputs are lost at once, waits included.
+  desktop::retireAll();
 }
 
 MachineDescription currentMachine() {

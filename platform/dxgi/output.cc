@@ -4,12 +4,11 @@
 #include <string>
 #include <thread>
 
+#include "platform/desktop/output_duplication.h"
 #include "platform/dxgi/dxgi_objects.h"
 
 namespace platform::dxgi {
 namespace {
-
-std::atomic<DuplicateOutputHandler> duplicateHandler{nullptr};
 
 bool listedFormat(DXGI_FORMAT format) {
   return format == DXGI_FORMAT_B8G8R8A8_UNORM || format == DXGI_FORMAT_B8G8R8A8_UNORM_SRGB ||
@@ -17,8 +16,6 @@ bool listedFormat(DXGI_FORMAT format) {
 }
 
 }  // namespace
-
-void setDuplicateOutputHandler(DuplicateOutputHandler handler) { duplicateHandler.store(handler); }
 
 Output::Output(Adapter* adapter, UINT index) : ComObject("IDXGIOutput1"), parent(adapter), outputIndex(index) {}
 
@@ -73,7 +70,8 @@ HRESULT Output::GetDesc(DXGI_OUTPUT_DESC* pDesc) {
   const control::OutputDescription& output = description();
   std::wstring name = L"\\\\.\\DISPLAY" + std::to_wstring(desktopNumber() + 1);
   name.copy(pDesc->DeviceName, std::size(pDesc->DeviceName) - 1);
-  pDesc->DesktopCoordinates = {output.left, output.top, output.left + output.width, output.top + output.height};
+  DXGI_MODE_DESC mode = currentMode();
+  pDesc->DesktopCoordinates = {output.left, output.top, output.left + LONG(mode.Width), output.top + LONG(mode.Height)};
   pDesc->AttachedToDesktop = TRUE;
   pDesc->Rotation = DXGI_MODE_ROTATION_IDENTITY;
   pDesc->Monitor = reinterpret_cast<HMONITOR>(uintptr_t(0x10000 + desktopNumber()));
@@ -85,6 +83,7 @@ DXGI_MODE_DESC Output::currentMode() const {
   DXGI_MODE_DESC mode{};
   mode.Width = UINT(output.width);
   mode.Height = UINT(output.height);
+  desktop::changedMode(desktopNumber(), mode.Width, mode.Height);
   mode.RefreshRate = {kRefreshNumerator, 1};
   mode.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
   mode.ScanlineOrdering = DXGI_MODE_SCANLINE_ORDER_PROGRESSIVE;
@@ -207,9 +206,7 @@ HRESULT Output::DuplicateOutput(IUnknown* pDevice, IDXGIOutputDuplication** ppOu
   if (ppOutputDuplication != nullptr) *ppOutputDuplication = nullptr;
   if (HRESULT hr = enter("IDXGIOutput1::DuplicateOutput"); hr != S_OK) return hr;
   if (pDevice == nullptr || ppOutputDuplication == nullptr) return E_INVALIDARG;
-  DuplicateOutputHandler handler = duplicateHandler.load();
-  if (handler == nullptr) return E_NOTIMPL;
-  return handler(this, pDevice, ppOutputDuplication);
+  return desktop::duplicateOutput(this, pDevice, ppOutputDuplication);
 }
 
 }  // namespace platform::dxgi

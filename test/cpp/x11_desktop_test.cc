@@ -1,0 +1,151 @@
+// Monitor capture of a real X screen: a private Xvfb, drawn on with Xlib in known colours, captured
+// through the monitor source and Desktop Duplication and compared pixel for pixel.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "capture/dxgi_duplication_capture.h"
+#include "gpu/d3d_context.h"
+#include "platform/control/desktop_control.h"
+#include "platform/control/machine_control.h"
+#include "platform/control/platform_control.h"
+#include "session/start_options.h"
+#include "test/support/duplication_helpers.h"
+#include "test/support/gpu_test_helpers.h"
+#include "test/support/x_server.h"
+
+namespace control = platform::control;
+using namespace testing_support;
+
+namespace {
+
+constexpr uint32_t kWidth = 320;
+constexpr uint32_t kHeight = 200;
+
+// What the screen should show: `background` with a `box` of another colour.
+std::vector<uint32_t> expectedScreen(uint32_t background, uint32_t box, int bx, int by, int bw, int bh) {
+  std::vector<uint32_t> pixels(kWidth * kHeight, background);
+  for (int y = by; y < by + bh; ++y)
+    for (int x = bx; x < bx + bw; ++x) pixels[size_t(y) * kWidth + x] = box;
+  return pixels;
+}
+
+class X11DesktopTest : public GpuTest {
+ protected:
+  void SetUp() override {
+    GpuTest::SetUp();
+    if (!XvfbServer::installed()) GTEST_SKIP() << "Xvfb is not installed";
+    server = std::make_unique<XvfbServer>(kWidth, kHeight);
+    ASSERT_TRUE(server->running());
+    painter = std::make_unique<XPainter>(server->name());
+    ASSERT_TRUE(painter->open());
+    control::MachineDescription machine = smallDesktop(kWidth, kHeight);
+    machine.display = server->name();
+    control::setMachine(machine);
+  }
+  void TearDown() override {
+    painter.reset();
+    server.reset();
+    GpuTest::TearDown();
+  }
+
+  std::unique_ptr<XvfbServer> server;
+  std::unique_ptr<XPainter> painter;
+};
+
+TEST_F(X11DesktopTest, TheMonitorSourceCapturesTheScreensPixelsAndOnlyWhenTheyChange) {
+  painter->fill(bgra(30, 60, 90), 0, 0, kWidth, kHeight);
+  painter->fill(bgra(250, 128, 0), 10, 20, 30, 40);
+  D3DContext d3d;
+  ASSERT_TRUE(d3d.createForGlobalOutput(0));
+  {
+    DxgiDuplicationCapture capture;
+    StartOptions options;
+    options.captureKind = CaptureKind::Screen;
+    ASSERT_TRUE(capture.init(&d3d, options));
+    capture.setFrameRate(60);
+
+    CountedRef<ID3D11Texture2D> slot;
+    int64_t timestamp = 0;
+    ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
+    capture.releaseFrame();
+    EXPECT_NE(timestamp, 0);
+    EXPECT_EQ(readPixels(d3d.device.get(), d3d.context.get(), slot.get()),
+              expectedScreen(bgra(30, 60, 90), bgra(250, 128, 0), 10, 20, 30, 40));
+
+    // Nothing drawn: no frame, each call after its real wait.
+    for (int i = 0; i < 3; ++i) {
+      double waited = millisecondsOf([&] { EXPECT_FALSE(capture.acquireFrame(slot, timestamp)); });
+      EXPECT_GE(waited, 7);
+    }
+
+    int64_t before = timestamp;
+    painter->fill(bgra(0, 200, 100), 100, 50, 60, 70);
+    bool got = false;
+    for (int pass = 0; pass < 100 && !got; ++pass) got = capture.acquireFrame(slot, timestamp);
+    ASSERT_TRUE(got);
+    capture.releaseFrame();
+    EXPECT_GT(timestamp, before);
+    EXPECT_EQ(timestamp, control::latestPresentTime(0));
+    std::vector<uint32_t> pixels = readPixels(d3d.device.get(), d3d.context.get(), slot.get());
+    EXPECT_EQ(pixels[size_t(60) * kWidth + 120], bgra(0, 200, 100));
+    EXPECT_EQ(pixels[size_t(25) * kWidth + 15], bgra(250, 128, 0));
+    EXPECT_EQ(pixels[size_t(150) * kWidth + 300], bgra(30, 60, 90));
+  }
+}
+
+TEST_F(X11DesktopTest, AModeSetThroughTheControlInterfaceReopensTheCaptureAtThatSizeAndXErrorsAreSurvived) {
+  painter->fill(bgra(90, 30, 60), 0, 0, kWidth, kHeight);
+  D3DContext d3d;
+  ASSERT_TRUE(d3d.createForGlobalOutput(0));
+  DxgiDuplicationCapture capture;
+  StartOptions options;
+  options.captureKind = CaptureKind::Screen;
+  ASSERT_TRUE(capture.init(&d3d, options));
+  capture.setFrameRate(60);
+  CountedRef<ID3D11Texture2D> slot;
+  int64_t timestamp = 0;
+  ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
+  capture.releaseFrame();
+
+  // The platform's error handler stands for the whole process once a duplication has opened.
+  painter->provokeError();
+
+  // Xvfb can't change modes, so the mode comes from the control interface; past the screen's
+  // edge the frame is black.
+  ASSERT_TRUE(control::setOutputMode(0, kWidth + 16, 100));
+  EXPECT_FALSE(capture.acquireFrame(slot, timestamp));
+  ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
+  capture.releaseFrame();
+  D3D11_TEXTURE2D_DESC desc{};
+  slot->GetDesc(&desc);
+  EXPECT_EQ(desc.Width, kWidth + 16);
+  EXPECT_EQ(desc.Height, 100u);
+  std::vector<uint32_t> pixels = readPixels(d3d.device.get(), d3d.context.get(), slot.get());
+  EXPECT_EQ(pixels[size_t(50) * desc.Width + 10], bgra(90, 30, 60));
+  EXPECT_EQ(pixels[size_t(50) * desc.Width + kWidth + 3], bgra(0, 0, 0));
+}
+
+TEST_F(X11DesktopTest, ALostXServerLosesTheDuplicationAndLeavesTheProcessRunning) {
+  painter->fill(bgra(1, 2, 3), 0, 0, kWidth, kHeight);
+  DuplicationTarget target = duplicationTarget();
+  CountedRef<IDXGIOutputDuplication> duplication;
+  ASSERT_EQ(target.output->DuplicateOutput(target.d3d.device.get(), duplication.put()), S_OK);
+  DXGI_OUTDUPL_FRAME_INFO info{};
+  CountedRef<IDXGIResource> resource;
+  ASSERT_EQ(duplication->AcquireNextFrame(100, &info, resource.put()), S_OK);
+  ASSERT_EQ(duplication->ReleaseFrame(), S_OK);
+  resource.reset();
+
+  painter.reset();
+  server->kill();
+  HRESULT hr = S_OK;
+  for (int i = 0; i < 50 && hr != DXGI_ERROR_ACCESS_LOST; ++i) hr = duplication->AcquireNextFrame(20, &info, resource.put());
+  EXPECT_EQ(hr, DXGI_ERROR_ACCESS_LOST);
+  EXPECT_EQ(duplication->AcquireNextFrame(20, &info, resource.put()), DXGI_ERROR_ACCESS_LOST);
+  duplication.reset();
+  // With the display gone a new duplication can't be made, and says so.
+  EXPECT_EQ(target.output->DuplicateOutput(target.d3d.device.get(), duplication.put()), DXGI_ERROR_SESSION_DISCONNECTED);
+}
+
+}  // namespace
