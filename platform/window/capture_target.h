@@ -15,7 +15,7 @@ struct WindowSize {
   int32_t height = 0;
 };
 
-enum class WindowChange { None, Changed, Gone };
+enum class WindowChange { Unchanged, Changed, Gone };
 
 class CaptureTarget {
  public:

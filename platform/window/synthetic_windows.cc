@@ -72,7 +72,7 @@ class SyntheticTarget final : public CaptureTarget {
     window->changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
                              [&] { return window->closed || window->generation != seen; });
     if (window->closed) return WindowChange::Gone;
-    if (window->generation == seen) return WindowChange::None;
+    if (window->generation == seen) return WindowChange::Unchanged;
     seen = window->generation;
     return WindowChange::Changed;
   }
