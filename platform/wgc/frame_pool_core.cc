@@ -192,13 +192,18 @@ void FramePoolCore::deliver(std::unique_ptr<window::CaptureTarget> target,
     }
     // The buffer is this thread's until it is queued; changes seen from here on make a new frame.
     window::WindowChange latest = target->waitForChange(0);
-    bool grabbed = latest != window::WindowChange::Gone && grabInto(*target, slot);
+    gone = latest == window::WindowChange::Gone;
+    bool grabbed = !gone && grabInto(*target, slot);
     std::vector<FrameArrivedHandler*> subscribers;
     {
-      std::lock_guard<std::mutex> lock(mutex);
+      std::unique_lock<std::mutex> lock(mutex);
       if (!grabbed || stopping) {
         slots[size_t(slot)].free = true;
-        gone = gone || !grabbed;
+        bool stopAsked = stopping;
+        lock.unlock();
+        // A window caught mid-resize or unmapped has no image now; one that has gone says so.
+        if (!stopAsked && target->waitForChange(uint32_t(kPollInterval.count())) == window::WindowChange::Gone)
+          gone = true;
         continue;
       }
       ready.push_back({slot, frameTime()});
