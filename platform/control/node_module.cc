@@ -6,6 +6,7 @@
 #include "platform/control/machine_control.h"
 #include "platform/control/mf_control.h"
 #include "platform/control/platform_control.h"
+#include "platform/control/window_control.h"
 #include "windows.h"
 
 namespace {
@@ -284,6 +285,59 @@ Napi::Value ClearCallRecords(const Napi::CallbackInfo& info) {
   return info.Env().Undefined();
 }
 
+// Synthetic windows. Handles are below 2^53, so JavaScript numbers hold them exactly; colours
+// are 0xAARRGGBB.
+bool readNumbers(const Napi::CallbackInfo& info, size_t count, std::vector<double>* out) {
+  for (size_t i = 0; i < count; ++i) {
+    if (info.Length() <= i || !info[i].IsNumber()) {
+      Napi::TypeError::New(info.Env(), "expected " + std::to_string(count) + " numbers").ThrowAsJavaScriptException();
+      return false;
+    }
+    out->push_back(info[i].As<Napi::Number>().DoubleValue());
+  }
+  return true;
+}
+
+// openWindow(width, height, colour) -> handle, 0 for a bad size
+Napi::Value OpenWindow(const Napi::CallbackInfo& info) {
+  std::vector<double> n;
+  if (!readNumbers(info, 3, &n)) return info.Env().Undefined();
+  return Napi::Number::New(info.Env(), double(control::openWindow(int32_t(n[0]), int32_t(n[1]), uint32_t(n[2]))));
+}
+
+// fillWindow(handle, colour) -> boolean
+Napi::Value FillWindow(const Napi::CallbackInfo& info) {
+  std::vector<double> n;
+  if (!readNumbers(info, 2, &n)) return info.Env().Undefined();
+  return Napi::Boolean::New(info.Env(), control::fillWindow(uint64_t(n[0]), uint32_t(n[1])));
+}
+
+// drawWindowRect(handle, left, top, width, height, colour) -> boolean
+Napi::Value DrawWindowRect(const Napi::CallbackInfo& info) {
+  std::vector<double> n;
+  if (!readNumbers(info, 6, &n)) return info.Env().Undefined();
+  return Napi::Boolean::New(info.Env(), control::drawWindowRect(uint64_t(n[0]), int32_t(n[1]), int32_t(n[2]),
+                                                                int32_t(n[3]), int32_t(n[4]), uint32_t(n[5])));
+}
+
+// resizeWindow(handle, width, height) -> boolean
+Napi::Value ResizeWindow(const Napi::CallbackInfo& info) {
+  std::vector<double> n;
+  if (!readNumbers(info, 3, &n)) return info.Env().Undefined();
+  return Napi::Boolean::New(info.Env(), control::resizeWindow(uint64_t(n[0]), int32_t(n[1]), int32_t(n[2])));
+}
+
+// closeWindow(handle) -> boolean
+Napi::Value CloseWindow(const Napi::CallbackInfo& info) {
+  std::vector<double> n;
+  if (!readNumbers(info, 1, &n)) return info.Env().Undefined();
+  return Napi::Boolean::New(info.Env(), control::closeWindow(uint64_t(n[0])));
+}
+
+Napi::Value OpenWindowCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), control::openWindowCount());
+}
+
 Napi::Value Reset(const Napi::CallbackInfo& info) {
   control::reset();
   return info.Env().Undefined();
@@ -310,6 +364,12 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("createDeviceCalls", Napi::Function::New(env, CreateDeviceCalls, "createDeviceCalls"));
   exports.Set("keyedMutexCalls", Napi::Function::New(env, KeyedMutexCalls, "keyedMutexCalls"));
   exports.Set("clearCallRecords", Napi::Function::New(env, ClearCallRecords, "clearCallRecords"));
+  exports.Set("openWindow", Napi::Function::New(env, OpenWindow, "openWindow"));
+  exports.Set("fillWindow", Napi::Function::New(env, FillWindow, "fillWindow"));
+  exports.Set("drawWindowRect", Napi::Function::New(env, DrawWindowRect, "drawWindowRect"));
+  exports.Set("resizeWindow", Napi::Function::New(env, ResizeWindow, "resizeWindow"));
+  exports.Set("closeWindow", Napi::Function::New(env, CloseWindow, "closeWindow"));
+  exports.Set("openWindowCount", Napi::Function::New(env, OpenWindowCount, "openWindowCount"));
   exports.Set("reset", Napi::Function::New(env, Reset, "reset"));
   // The desktop behind Desktop Duplication.
   platform::control::node::addDesktopFunctions(env, exports);

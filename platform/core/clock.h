@@ -1,13 +1,11 @@
-// The performance counter as the platform reads it for itself: no fault gate, no call counted.
-// It runs at 10 MHz, as on current Windows.
+// The performance counter for the platform's own use (frame times), without the fault plan.
 #pragma once
 
 #include <cstdint>
 
 namespace platform {
 
-constexpr int64_t kQpcFrequency = 10000000;
-
-int64_t qpcNow();
+int64_t performanceCounterNow();
+int64_t performanceFrequency();
 
 }  // namespace platform

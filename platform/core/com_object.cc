@@ -13,6 +13,9 @@
 #include "platform/control/machine_control.h"
 #include "platform/core/call_gate.h"
 #include "platform/core/debug_layer.h"
+#include "windows.graphics.capture.h"
+#include "windows.graphics.capture.interop.h"
+#include "windows.graphics.directx.direct3d11.interop.h"
 
 namespace platform {
 namespace {
@@ -39,7 +42,7 @@ struct NamedInterface {
 };
 
 #define NAMED(type) {&IID_##type, "QueryInterface(" #type ")"}
-constexpr NamedInterface kInterfaces[] = {
+const NamedInterface kInterfaces[] = {
     NAMED(IUnknown),
     NAMED(IInspectable),
     NAMED(IAgileObject),
@@ -82,6 +85,23 @@ constexpr NamedInterface kInterfaces[] = {
     NAMED(IMFSample),
     NAMED(IMF2DBuffer),
     NAMED(IMFDXGIBuffer),
+    // Windows.Graphics.Capture and its Direct3D interop, declared by uuid in sdk/.
+    {&__uuidof(IGraphicsCaptureItemInterop), "QueryInterface(IGraphicsCaptureItemInterop)"},
+    {&__uuidof(ABI::Windows::Graphics::Capture::IGraphicsCaptureItem), "QueryInterface(IGraphicsCaptureItem)"},
+    {&__uuidof(ABI::Windows::Graphics::Capture::IGraphicsCaptureSession), "QueryInterface(IGraphicsCaptureSession)"},
+    {&__uuidof(ABI::Windows::Graphics::Capture::IGraphicsCaptureSession2), "QueryInterface(IGraphicsCaptureSession2)"},
+    {&__uuidof(ABI::Windows::Graphics::Capture::IDirect3D11CaptureFramePool),
+     "QueryInterface(IDirect3D11CaptureFramePool)"},
+    {&__uuidof(ABI::Windows::Graphics::Capture::IDirect3D11CaptureFramePoolStatics),
+     "QueryInterface(IDirect3D11CaptureFramePoolStatics)"},
+    {&__uuidof(ABI::Windows::Graphics::Capture::IDirect3D11CaptureFrame), "QueryInterface(IDirect3D11CaptureFrame)"},
+    {&__uuidof(ABI::Windows::Graphics::DirectX::Direct3D11::IDirect3DDevice), "QueryInterface(IDirect3DDevice)"},
+    {&__uuidof(ABI::Windows::Graphics::DirectX::Direct3D11::IDirect3DSurface), "QueryInterface(IDirect3DSurface)"},
+    {&__uuidof(::Windows::Graphics::DirectX::Direct3D11::IDirect3DDxgiInterfaceAccess),
+     "QueryInterface(IDirect3DDxgiInterfaceAccess)"},
+    {&__uuidof(ABI::Windows::Foundation::IClosable), "QueryInterface(IClosable)"},
+    {&__uuidof(__FITypedEventHandler_2_Windows__CGraphics__CCapture__CDirect3D11CaptureFramePool_IInspectable),
+     "QueryInterface(ITypedEventHandler<Direct3D11CaptureFramePool, IInspectable>)"},
 };
 #undef NAMED
 

@@ -6,8 +6,10 @@
 #include <thread>
 #include <unordered_map>
 
+#include "platform/control/clock_control.h"
 #include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
+#include "platform/control/window_control.h"
 #include "platform/core/call_gate.h"
 
 namespace platform {
@@ -146,6 +148,8 @@ void reset() {
   setMachine(syntheticMachine());
   resetDebugLayer();
   clearCallRecords();
+  resetPerformanceCounter();
+  closeAllWindows();
 }
 
 }  // namespace control

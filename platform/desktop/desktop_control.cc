@@ -13,7 +13,7 @@ bool change(uint32_t outputNumber, Change body) {
   std::shared_ptr<desktop::OutputDesktop> output = desktop::outputDesktop(outputNumber);
   if (output == nullptr) return false;
   std::lock_guard<std::mutex> lock(output->mutex);
-  body(*output, qpcNow());
+  body(*output, performanceCounterNow());
   output->changed.notify_all();
   return true;
 }
@@ -66,7 +66,7 @@ int64_t latestPresentTime(uint32_t outputNumber) {
   if (output == nullptr) return 0;
   std::lock_guard<std::mutex> lock(output->mutex);
   if (!output->display.empty()) return output->xPresentTime;
-  return output->presentTimeOf(output->imageAt(qpcNow()));
+  return output->presentTimeOf(output->imageAt(performanceCounterNow()));
 }
 
 }  // namespace platform::control

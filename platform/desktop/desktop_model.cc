@@ -14,19 +14,19 @@ OutputDesktop::OutputDesktop(uint32_t width, uint32_t height, uint32_t refreshRa
       display(std::move(display)),
       width(width),
       height(height),
-      animationStart(qpcNow()) {}
+      animationStart(performanceCounterNow()) {}
 
 uint64_t OutputDesktop::imageAt(int64_t qpc) const {
   if (!animating) return stillImage;
   int64_t elapsed = std::max<int64_t>(qpc - animationStart, 0);
   // 128-bit so that long uptimes at high rates can't overflow.
-  return animationBase + 1 + uint64_t((__int128(elapsed) * refreshRate) / kQpcFrequency);
+  return animationBase + 1 + uint64_t((__int128(elapsed) * refreshRate) / performanceFrequency());
 }
 
 int64_t OutputDesktop::presentTimeOf(uint64_t image) const {
   if (!animating) return stillTime;
   uint64_t step = image > animationBase ? image - animationBase - 1 : 0;
-  __int128 ticks = (__int128(step) * kQpcFrequency + refreshRate - 1) / refreshRate;
+  __int128 ticks = (__int128(step) * performanceFrequency() + refreshRate - 1) / refreshRate;
   return animationStart + int64_t(ticks);
 }
 

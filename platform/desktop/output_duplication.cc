@@ -190,7 +190,7 @@ OutputDuplication::Wait OutputDuplication::waitSynthetic(UINT timeoutMs, DXGI_OU
   std::unique_lock<std::mutex> lock(desktop->mutex);
   for (;;) {
     if (desktop->retired || desktop->lossEpoch != epoch) return Wait::Lost;
-    int64_t now = qpcNow();
+    int64_t now = performanceCounterNow();
     uint64_t current = desktop->imageAt(now);
     bool pointer = takePointer(info);
     if (current != seenImage) {
@@ -222,7 +222,7 @@ OutputDuplication::Wait OutputDuplication::waitX(UINT timeoutMs, DXGI_OUTDUPL_FR
       pointer = takePointer(info);
     }
     if (damaged) {
-      int64_t now = qpcNow();
+      int64_t now = performanceCounterNow();
       d3d11::PixelStore& store = image->store();
       bool grabbed;
       {

@@ -17,4 +17,6 @@ WINBASEAPI FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName);
 WINBASEAPI BOOL WINAPI FreeLibrary(HMODULE hLibModule);
 WINBASEAPI BOOL WINAPI CloseHandle(HANDLE hObject);
 WINBASEAPI DWORD WINAPI GetLastError(void);
+// Non-zero while `hWnd` names a window that exists.
+WINBASEAPI BOOL WINAPI IsWindow(HWND hWnd);
 WINBASEAPI void WINAPI SetLastError(DWORD dwErrCode);
