@@ -9,6 +9,8 @@
 #include "dxgi1_2.h"
 #include "inspectable.h"
 #include "mfobjects.h"
+#include "mftransform.h"
+#include "strmif.h"
 #include "objidl.h"
 #include "platform/control/machine_control.h"
 #include "platform/core/call_gate.h"
@@ -82,6 +84,12 @@ constexpr NamedInterface kInterfaces[] = {
     NAMED(IMFSample),
     NAMED(IMF2DBuffer),
     NAMED(IMFDXGIBuffer),
+    NAMED(IMFTransform),
+    NAMED(IMFMediaEventGenerator),
+    NAMED(IMFMediaEvent),
+    NAMED(IMFActivate),
+    NAMED(IMFDXGIDeviceManager),
+    NAMED(ICodecAPI),
 };
 #undef NAMED
 
