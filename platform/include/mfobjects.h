@@ -160,7 +160,18 @@ enum {
 // Declared for the signatures that name them; the platform's generators don't serve callbacks.
 struct IMFAsyncResult;
 struct IMFAsyncCallback;
-struct IMFCollection;
+
+MIDL_INTERFACE("5bc8a76b-869a-46a3-9b03-fa218a66aebe")
+IMFCollection : public IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE GetElementCount(DWORD* pcElements) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetElement(DWORD dwElementIndex, IUnknown** ppUnkElement) = 0;
+  virtual HRESULT STDMETHODCALLTYPE AddElement(IUnknown* pUnkElement) = 0;
+  virtual HRESULT STDMETHODCALLTYPE RemoveElement(DWORD dwElementIndex, IUnknown** ppUnkElement) = 0;
+  virtual HRESULT STDMETHODCALLTYPE InsertElementAt(DWORD dwIndex, IUnknown* pUnknown) = 0;
+  virtual HRESULT STDMETHODCALLTYPE RemoveAllElements() = 0;
+};
+__CRT_UUID_DECL(IMFCollection, 0x5bc8a76b, 0x869a, 0x46a3, 0x9b, 0x03, 0xfa, 0x21, 0x8a, 0x66, 0xae, 0xbe)
+DEFINE_GUID(IID_IMFCollection, 0x5bc8a76b, 0x869a, 0x46a3, 0x9b, 0x03, 0xfa, 0x21, 0x8a, 0x66, 0xae, 0xbe);
 
 MIDL_INTERFACE("df598932-f10c-4e39-bba2-c308f101daa3")
 IMFMediaEvent : public IMFAttributes {
