@@ -1,9 +1,10 @@
 // MfH264Encoder's frame path for an asynchronous hardware transform: its events are polled with
 // MF_EVENT_FLAG_NO_WAIT, input goes in against METransformNeedInput and output comes out against
 // METransformHaveOutput, all within fixed bounds.
+#include "encoders/mf_h264_encoder.h"
+
 #include <mferror.h>
 
-#include "encoders/mf_h264_encoder.h"
 
 namespace {
 

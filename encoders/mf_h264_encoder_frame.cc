@@ -1,11 +1,12 @@
 // MfH264Encoder's frame path for synchronous transforms, and what both paths share: the key-frame
 // request, fetching one output, and the failure log limited to one line a second.
+#include "encoders/mf_h264_encoder.h"
+
 #include <codecapi.h>
 #include <mferror.h>
 #include <oleauto.h>
 #include <strmif.h>
 
-#include "encoders/mf_h264_encoder.h"
 #include "rtp/annexb.h"
 #include "support/failure.h"
 #include "support/log.h"
@@ -96,7 +97,8 @@ bool MfH264Encoder::feedInput(IMFSample* sample) {
 void MfH264Encoder::applyKeyFrameRequest() {
   if (!keyFramePending || !transform) return;
   CountedRef<ICodecAPI> codecApi;
-  if (SUCCEEDED(codecApi.queryFrom(transform.get())) && codecApi) {
+  // By its IID: the SDK's strmif.h gives ICodecAPI no __uuidof.
+  if (SUCCEEDED(transform->QueryInterface(IID_ICodecAPI, codecApi.putVoid())) && codecApi) {
     // VT_UI4 is the documented type of this setting; encoders that ship with Windows refuse
     // VT_BOOL for it.
     VARIANT value;

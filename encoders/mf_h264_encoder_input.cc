@@ -1,8 +1,9 @@
 // MfH264Encoder's input samples, as DXGI surfaces of its own NV12 texture or as CPU buffers of
 // tightly packed NV12, and the bounded wait for the GPU.
+#include "encoders/mf_h264_encoder.h"
+
 #include <cstring>
 
-#include "encoders/mf_h264_encoder.h"
 #include "gpu/d3d_context.h"
 
 namespace {

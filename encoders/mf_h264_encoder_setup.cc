@@ -1,11 +1,12 @@
 // MfH264Encoder's setup: COM and Media Foundation, the three tries for a transform, its device
 // manager, its output and input types, and the teardown.
+#include "encoders/mf_h264_encoder.h"
+
 #include <codecapi.h>
 #include <mferror.h>
 #include <objbase.h>
 #include <wmcodecdsp.h>
 
-#include "encoders/mf_h264_encoder.h"
 #include "gpu/d3d_context.h"
 #include "support/failure.h"
 #include "support/log.h"
