@@ -34,6 +34,9 @@ struct MachineDescription {
   bool mfSoftwareClass = true;      // the software encoder, created by its CLSID (synchronous)
   bool mfSoftwareTransforms = false;  // software transforms found by enumeration (synchronous)
   bool mfHardwareTransform = false;   // an asynchronous hardware transform on the first adapter
+  // Media Foundation: the adapter (enumeration index) the hardware transform is pinned to; it
+  // takes only devices made on that adapter.
+  uint32_t mfHardwareAdapter = 0;
 };
 
 // One NVIDIA adapter with one output: the X display named by DISPLAY, or else a 1920x1080

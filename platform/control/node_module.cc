@@ -127,7 +127,7 @@ bool optionalBool(const Napi::Object& object, const char* key, bool fallback) {
 
 // setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }],
 //              display, refreshRate, nvencInstalled, mfSoftwareClass, mfSoftwareTransforms,
-//              mfHardwareTransform })
+//              mfHardwareTransform, mfHardwareAdapter })
 Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   if (info.Length() < 1 || !info[0].IsObject() || !info[0].As<Napi::Object>().Get("adapters").IsArray()) {
@@ -169,6 +169,7 @@ Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   machine.mfSoftwareClass = optionalBool(description, "mfSoftwareClass", machine.mfSoftwareClass);
   machine.mfSoftwareTransforms = optionalBool(description, "mfSoftwareTransforms", machine.mfSoftwareTransforms);
   machine.mfHardwareTransform = optionalBool(description, "mfHardwareTransform", machine.mfHardwareTransform);
+  machine.mfHardwareAdapter = optionalUint(description, "mfHardwareAdapter", machine.mfHardwareAdapter);
   control::setMachine(machine);
   return env.Undefined();
 }
@@ -203,6 +204,7 @@ Napi::Value CurrentMachine(const Napi::CallbackInfo& info) {
   result.Set("mfSoftwareClass", Napi::Boolean::New(env, machine.mfSoftwareClass));
   result.Set("mfSoftwareTransforms", Napi::Boolean::New(env, machine.mfSoftwareTransforms));
   result.Set("mfHardwareTransform", Napi::Boolean::New(env, machine.mfHardwareTransform));
+  result.Set("mfHardwareAdapter", Napi::Number::New(env, machine.mfHardwareAdapter));
   return result;
 }
 

@@ -9,6 +9,8 @@
 #include "dxgi1_2.h"
 #include "inspectable.h"
 #include "mfobjects.h"
+#include "mftransform.h"
+#include "strmif.h"
 #include "objidl.h"
 #include "platform/control/machine_control.h"
 #include "platform/core/call_gate.h"
@@ -102,6 +104,12 @@ const NamedInterface kInterfaces[] = {
     {&__uuidof(ABI::Windows::Foundation::IClosable), "QueryInterface(IClosable)"},
     {&__uuidof(__FITypedEventHandler_2_Windows__CGraphics__CCapture__CDirect3D11CaptureFramePool_IInspectable),
      "QueryInterface(ITypedEventHandler<Direct3D11CaptureFramePool, IInspectable>)"},
+    NAMED(IMFTransform),
+    NAMED(IMFMediaEventGenerator),
+    NAMED(IMFMediaEvent),
+    NAMED(IMFActivate),
+    NAMED(IMFDXGIDeviceManager),
+    NAMED(ICodecAPI),
 };
 #undef NAMED
 

@@ -23,15 +23,38 @@ WINBASEAPI HRESULT WINAPI MFCreateSample(IMFSample** ppIMFSample);
 WINBASEAPI HRESULT WINAPI MFCreateMemoryBuffer(DWORD cbMaxLength, IMFMediaBuffer** ppBuffer);
 WINBASEAPI HRESULT WINAPI MFCreateDXGISurfaceBuffer(REFIID riid, IUnknown* punkSurface, UINT uSubresourceIndex,
                                                     BOOL fBottomUpWhenLinear, IMFMediaBuffer** ppBuffer);
+WINBASEAPI HRESULT WINAPI MFCreateDXGIDeviceManager(UINT* resetToken, IMFDXGIDeviceManager** ppDeviceManager);
+
+// Finding transforms: by category, kind and the types they convert between.
+enum _MFT_ENUM_FLAG {
+  MFT_ENUM_FLAG_SYNCMFT = 0x00000001,
+  MFT_ENUM_FLAG_ASYNCMFT = 0x00000002,
+  MFT_ENUM_FLAG_HARDWARE = 0x00000004,
+  MFT_ENUM_FLAG_FIELDOFUSE = 0x00000008,
+  MFT_ENUM_FLAG_LOCALMFT = 0x00000010,
+  MFT_ENUM_FLAG_TRANSCODE_ONLY = 0x00000020,
+  MFT_ENUM_FLAG_SORTANDFILTER = 0x00000040,
+  MFT_ENUM_FLAG_SORTANDFILTER_APPROVED_ONLY = 0x000000C0,
+  MFT_ENUM_FLAG_SORTANDFILTER_WEB_ONLY = 0x00000140,
+  MFT_ENUM_FLAG_ALL = 0x0000003F
+};
+
+WINBASEAPI HRESULT WINAPI MFTEnumEx(GUID guidCategory, UINT32 Flags, const MFT_REGISTER_TYPE_INFO* pInputType,
+                                    const MFT_REGISTER_TYPE_INFO* pOutputType, IMFActivate*** pppMFTActivate,
+                                    UINT32* pnumMFTActivate);
+
+DEFINE_GUID(MFT_CATEGORY_VIDEO_ENCODER, 0xf79eac7d, 0xe545, 0x4387, 0xbd, 0xee, 0xd6, 0x47, 0xd7, 0xbd, 0xe4, 0x2a);
 
 // Major types and subtypes. Video subtypes are a FOURCC in Data1 of the media-type base GUID:
-// 0x3231564E is 'NV12', 0x34363248 is 'H264'.
+// 0x3231564E is 'NV12', 0x34363248 is 'H264', 0x56555949 'IYUV', 0x32595559 'YUY2'.
 #define DEFINE_MEDIATYPE_GUID(name, format) \
   DEFINE_GUID(name, format, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71)
 
 DEFINE_GUID(MFMediaType_Video, 0x73646976, 0x0000, 0x0010, 0x80, 0x00, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71);
 DEFINE_MEDIATYPE_GUID(MFVideoFormat_NV12, 0x3231564E);
 DEFINE_MEDIATYPE_GUID(MFVideoFormat_H264, 0x34363248);
+DEFINE_MEDIATYPE_GUID(MFVideoFormat_IYUV, 0x56555949);
+DEFINE_MEDIATYPE_GUID(MFVideoFormat_YUY2, 0x32595559);
 
 // Media type attributes.
 DEFINE_GUID(MF_MT_MAJOR_TYPE, 0x48eba18e, 0xf8c9, 0x4687, 0xbf, 0x11, 0x0a, 0x74, 0xc9, 0xf9, 0x6a, 0x8f);

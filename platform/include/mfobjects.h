@@ -142,3 +142,81 @@ typedef enum _MFVideoInterlaceMode {
   MFVideoInterlace_FieldSingleLower = 6,
   MFVideoInterlace_MixedInterlaceOrProgressive = 7
 } MFVideoInterlaceMode;
+
+// Events: what an asynchronous transform tells its client through its event generator.
+typedef DWORD MediaEventType;
+enum {
+  MEUnknown = 0,
+  MEError = 1,
+  METransformUnknown = 600,
+  METransformNeedInput = 601,
+  METransformHaveOutput = 602,
+  METransformDrainComplete = 603,
+  METransformMarker = 604
+};
+
+#define MF_EVENT_FLAG_NO_WAIT 0x00000001
+
+// Declared for the signatures that name them; the platform's generators don't serve callbacks.
+struct IMFAsyncResult;
+struct IMFAsyncCallback;
+
+MIDL_INTERFACE("5bc8a76b-869a-46a3-9b03-fa218a66aebe")
+IMFCollection : public IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE GetElementCount(DWORD* pcElements) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetElement(DWORD dwElementIndex, IUnknown** ppUnkElement) = 0;
+  virtual HRESULT STDMETHODCALLTYPE AddElement(IUnknown* pUnkElement) = 0;
+  virtual HRESULT STDMETHODCALLTYPE RemoveElement(DWORD dwElementIndex, IUnknown** ppUnkElement) = 0;
+  virtual HRESULT STDMETHODCALLTYPE InsertElementAt(DWORD dwIndex, IUnknown* pUnknown) = 0;
+  virtual HRESULT STDMETHODCALLTYPE RemoveAllElements() = 0;
+};
+__CRT_UUID_DECL(IMFCollection, 0x5bc8a76b, 0x869a, 0x46a3, 0x9b, 0x03, 0xfa, 0x21, 0x8a, 0x66, 0xae, 0xbe)
+DEFINE_GUID(IID_IMFCollection, 0x5bc8a76b, 0x869a, 0x46a3, 0x9b, 0x03, 0xfa, 0x21, 0x8a, 0x66, 0xae, 0xbe);
+
+MIDL_INTERFACE("df598932-f10c-4e39-bba2-c308f101daa3")
+IMFMediaEvent : public IMFAttributes {
+  virtual HRESULT STDMETHODCALLTYPE GetType(MediaEventType* pmet) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetExtendedType(GUID* pguidExtendedType) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetStatus(HRESULT* phrStatus) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetValue(PROPVARIANT* pvValue) = 0;
+};
+__CRT_UUID_DECL(IMFMediaEvent, 0xdf598932, 0xf10c, 0x4e39, 0xbb, 0xa2, 0xc3, 0x08, 0xf1, 0x01, 0xda, 0xa3)
+DEFINE_GUID(IID_IMFMediaEvent, 0xdf598932, 0xf10c, 0x4e39, 0xbb, 0xa2, 0xc3, 0x08, 0xf1, 0x01, 0xda, 0xa3);
+
+MIDL_INTERFACE("2cd0bd52-bcd5-4b89-b62c-eadc0c031e7d")
+IMFMediaEventGenerator : public IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE GetEvent(DWORD dwFlags, IMFMediaEvent** ppEvent) = 0;
+  virtual HRESULT STDMETHODCALLTYPE BeginGetEvent(IMFAsyncCallback* pCallback, IUnknown* punkState) = 0;
+  virtual HRESULT STDMETHODCALLTYPE EndGetEvent(IMFAsyncResult* pResult, IMFMediaEvent** ppEvent) = 0;
+  virtual HRESULT STDMETHODCALLTYPE QueueEvent(MediaEventType met, REFGUID guidExtendedType, HRESULT hrStatus,
+                                               const PROPVARIANT* pvValue) = 0;
+};
+__CRT_UUID_DECL(IMFMediaEventGenerator, 0x2cd0bd52, 0xbcd5, 0x4b89, 0xb6, 0x2c, 0xea, 0xdc, 0x0c, 0x03, 0x1e, 0x7d)
+DEFINE_GUID(IID_IMFMediaEventGenerator, 0x2cd0bd52, 0xbcd5, 0x4b89, 0xb6, 0x2c, 0xea, 0xdc, 0x0c, 0x03, 0x1e, 0x7d);
+
+MIDL_INTERFACE("7fee9e9a-4a89-47a6-899c-b6a53a70fb67")
+IMFActivate : public IMFAttributes {
+  virtual HRESULT STDMETHODCALLTYPE ActivateObject(REFIID riid, void** ppv) = 0;
+  virtual HRESULT STDMETHODCALLTYPE ShutdownObject() = 0;
+  virtual HRESULT STDMETHODCALLTYPE DetachObject() = 0;
+};
+__CRT_UUID_DECL(IMFActivate, 0x7fee9e9a, 0x4a89, 0x47a6, 0x89, 0x9c, 0xb6, 0xa5, 0x3a, 0x70, 0xfb, 0x67)
+DEFINE_GUID(IID_IMFActivate, 0x7fee9e9a, 0x4a89, 0x47a6, 0x89, 0x9c, 0xb6, 0xa5, 0x3a, 0x70, 0xfb, 0x67);
+
+MIDL_INTERFACE("eb533d5d-2db6-40f8-97a9-494692014f07")
+IMFDXGIDeviceManager : public IUnknown {
+  virtual HRESULT STDMETHODCALLTYPE CloseDeviceHandle(HANDLE hDevice) = 0;
+  virtual HRESULT STDMETHODCALLTYPE GetVideoService(HANDLE hDevice, REFIID riid, void** ppService) = 0;
+  virtual HRESULT STDMETHODCALLTYPE LockDevice(HANDLE hDevice, REFIID riid, void** ppUnkDevice, BOOL fBlock) = 0;
+  virtual HRESULT STDMETHODCALLTYPE OpenDeviceHandle(HANDLE* phDevice) = 0;
+  virtual HRESULT STDMETHODCALLTYPE ResetDevice(IUnknown* pUnkDevice, UINT resetToken) = 0;
+  virtual HRESULT STDMETHODCALLTYPE TestDevice(HANDLE hDevice) = 0;
+  virtual HRESULT STDMETHODCALLTYPE UnlockDevice(HANDLE hDevice, BOOL fSaveState) = 0;
+};
+__CRT_UUID_DECL(IMFDXGIDeviceManager, 0xeb533d5d, 0x2db6, 0x40f8, 0x97, 0xa9, 0x49, 0x46, 0x92, 0x01, 0x4f, 0x07)
+DEFINE_GUID(IID_IMFDXGIDeviceManager, 0xeb533d5d, 0x2db6, 0x40f8, 0x97, 0xa9, 0x49, 0x46, 0x92, 0x01, 0x4f, 0x07);
+
+typedef struct _MFT_REGISTER_TYPE_INFO {
+  GUID guidMajorType;
+  GUID guidSubtype;
+} MFT_REGISTER_TYPE_INFO;

@@ -27,6 +27,16 @@ IMFAttributes* newAttributes() {
   return made;
 }
 
+AttributeStore* storeOf(IMFAttributes* object) {
+  if (object == nullptr) return nullptr;
+  if (auto* store = dynamic_cast<AttributesObject<IMFAttributes>*>(object)) return &store->attributes();
+  if (auto* type = dynamic_cast<AttributesObject<IMFMediaType>*>(object)) return &type->attributes();
+  if (auto* sample = dynamic_cast<AttributesObject<IMFSample>*>(object)) return &sample->attributes();
+  if (auto* event = dynamic_cast<AttributesObject<IMFMediaEvent>*>(object)) return &event->attributes();
+  if (auto* activate = dynamic_cast<AttributesObject<IMFActivate>*>(object)) return &activate->attributes();
+  return nullptr;
+}
+
 }  // namespace platform::mf
 
 // cInitialSize only sizes the first allocation; the store grows as items come.

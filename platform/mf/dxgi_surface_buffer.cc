@@ -11,6 +11,7 @@
 #include "platform/core/call_gate.h"
 #include "platform/core/com_object.h"
 #include "platform/d3d11/texture.h"
+#include "platform/mf/objects.h"
 
 namespace platform::mf {
 namespace {
@@ -144,6 +145,8 @@ class DxgiSurfaceBuffer final : public ComObject, public IMFMediaBuffer, public 
     return texture->SetPrivateDataInterface(guid, pUnkData);
   }
 
+  ID3D11Texture2D* surface() const { return texture; }
+
  private:
   void* interfaceFor(REFIID riid) override {
     if (riid == IID_IUnknown || riid == IID_IMFMediaBuffer) return static_cast<IMFMediaBuffer*>(this);
@@ -165,6 +168,12 @@ class DxgiSurfaceBuffer final : public ComObject, public IMFMediaBuffer, public 
 };
 
 }  // namespace
+
+IUnknown* surfaceOf(IMFMediaBuffer* buffer) {
+  auto* own = dynamic_cast<DxgiSurfaceBuffer*>(buffer);
+  return own == nullptr ? nullptr : own->surface();
+}
+
 }  // namespace platform::mf
 
 HRESULT WINAPI MFCreateDXGISurfaceBuffer(REFIID riid, IUnknown* punkSurface, UINT uSubresourceIndex,

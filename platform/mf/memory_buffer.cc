@@ -1,5 +1,6 @@
 #include "platform/mf/objects.h"
 
+#include <algorithm>
 #include <mutex>
 #include <vector>
 
@@ -53,6 +54,19 @@ class MemoryBuffer final : public ComObject, public IMFMediaBuffer {
     return S_OK;
   }
 
+  bool read(std::vector<BYTE>& out) {
+    std::lock_guard<std::mutex> lock(mutex);
+    out.assign(bytes.begin(), bytes.begin() + currentLength);
+    return true;
+  }
+  HRESULT write(const BYTE* data, size_t size) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (size > bytes.size()) return MF_E_BUFFERTOOSMALL;
+    if (size > 0) std::copy(data, data + size, bytes.begin());
+    currentLength = DWORD(size);
+    return S_OK;
+  }
+
   HRESULT STDMETHODCALLTYPE GetMaxLength(DWORD* pcbMaxLength) override {
     if (HRESULT hr = enter("IMFMediaBuffer::GetMaxLength"); hr != S_OK) return hr;
     if (pcbMaxLength == nullptr) return E_POINTER;
@@ -79,6 +93,16 @@ IMFMediaBuffer* newMemoryBuffer(DWORD maxLength) {
   IMFMediaBuffer* buffer = nullptr;
   handOut(new MemoryBuffer(maxLength), &buffer);
   return buffer;
+}
+
+bool readValidBytes(IMFMediaBuffer* buffer, std::vector<BYTE>& out) {
+  auto* own = dynamic_cast<MemoryBuffer*>(buffer);
+  return own != nullptr && own->read(out);
+}
+
+HRESULT writeValidBytes(IMFMediaBuffer* buffer, const BYTE* data, size_t size) {
+  auto* own = dynamic_cast<MemoryBuffer*>(buffer);
+  return own == nullptr ? E_INVALIDARG : own->write(data, size);
 }
 
 }  // namespace platform::mf

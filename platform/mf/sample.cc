@@ -180,6 +180,20 @@ class Sample final : public AttributesObject<IMFSample> {
     return pBuffer->SetCurrentLength(DWORD(joined.size()));
   }
 
+  std::vector<IMFMediaBuffer*> buffersForPlatform() { return copyBuffers(); }
+  bool times(LONGLONG* t, LONGLONG* d) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!time || !duration) return false;
+    *t = *time;
+    *d = *duration;
+    return true;
+  }
+  void setTimes(LONGLONG t, LONGLONG d) {
+    std::lock_guard<std::mutex> lock(mutex);
+    time = t;
+    duration = d;
+  }
+
  private:
   HRESULT read(const std::optional<LONGLONG>& value, LONGLONG* out, HRESULT absent) {
     if (out == nullptr) return E_POINTER;
@@ -223,6 +237,20 @@ class Sample final : public AttributesObject<IMFSample> {
 };
 
 }  // namespace
+
+std::vector<IMFMediaBuffer*> buffersOf(IMFSample* sample) {
+  auto* own = dynamic_cast<Sample*>(sample);
+  return own == nullptr ? std::vector<IMFMediaBuffer*>() : own->buffersForPlatform();
+}
+
+bool timesOf(IMFSample* sample, LONGLONG* time, LONGLONG* duration) {
+  auto* own = dynamic_cast<Sample*>(sample);
+  return own != nullptr && own->times(time, duration);
+}
+
+void setTimes(IMFSample* sample, LONGLONG time, LONGLONG duration) {
+  if (auto* own = dynamic_cast<Sample*>(sample)) own->setTimes(time, duration);
+}
 
 IMFSample* newSample() {
   IMFSample* made = nullptr;

@@ -17,6 +17,7 @@ test('a machine set from JavaScript reads back as it was set, and reset restores
     mfSoftwareClass: false,
     mfSoftwareTransforms: true,
     mfHardwareTransform: true,
+    mfHardwareAdapter: 1,
   };
   control.setMachine(machine);
   assert.deepStrictEqual(control.currentMachine(), machine);
