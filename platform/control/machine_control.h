@@ -30,6 +30,9 @@ struct MachineDescription {
   std::string display;
   uint32_t refreshRate = 60;  // how often the synthetic desktop's content changes, per second
   bool nvencInstalled = true;  // whether the NVENC driver library can be loaded
+  // Entries of the NVENC function table that the installed driver leaves empty, as an older one
+  // does ("nvEncGetEncodePresetConfigEx", "nvEncGetLastErrorString", ...).
+  std::vector<std::string> nvencMissingFunctions;
   // The Media Foundation H.264 encoder transforms that exist.
   bool mfSoftwareClass = true;      // the software encoder, created by its CLSID (synchronous)
   bool mfSoftwareTransforms = false;  // software transforms found by enumeration (synchronous)
