@@ -33,6 +33,9 @@ struct MachineDescription {
   // Entries of the NVENC function table that the installed driver leaves empty, as an older one
   // does ("nvEncGetEncodePresetConfigEx", "nvEncGetLastErrorString", ...).
   std::vector<std::string> nvencMissingFunctions;
+  // The newest NVENC API version the driver serves, spelt as the API does: 12 is 12.0, 0x0100000C
+  // is 12.1. Clients of that version or older are served, newer ones refused.
+  uint32_t nvencApiVersion = 12;
   // The Media Foundation H.264 encoder transforms that exist.
   bool mfSoftwareClass = true;      // the software encoder, created by its CLSID (synchronous)
   bool mfSoftwareTransforms = false;  // software transforms found by enumeration (synchronous)

@@ -64,8 +64,9 @@ void* addSession(std::shared_ptr<Session> session);
 std::shared_ptr<Session> findSession(void* handle);
 std::shared_ptr<Session> removeSession(void* handle);
 
-// The driver is of API 12.0: it takes structure words of 12.0 and of older clients.
-constexpr uint32_t kDriverApiVersion = NVENCAPI_VERSION;
+// The driver's API version comes from the machine description. It takes structure words of its
+// own version and of older clients.
+uint32_t driverApiVersion();
 bool apiVersionSupported(uint32_t apiVersion);
 // `word` has the structure number and flags of `expected` and an API part the driver knows.
 bool structVersionAccepted(uint32_t word, uint32_t expected);

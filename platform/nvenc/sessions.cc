@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "platform/control/machine_control.h"
 #include "platform/core/call_gate.h"
 #include "platform/nvenc/session.h"
 
@@ -85,9 +86,11 @@ std::shared_ptr<Session> removeSession(void* handle) {
   return nullptr;
 }
 
+uint32_t driverApiVersion() { return control::currentMachine().nvencApiVersion; }
+
 bool apiVersionSupported(uint32_t apiVersion) {
   if ((apiVersion & 0xF0FFFF00u) != 0) return false;  // bits that no version word of the API uses
-  return (apiVersion & 0xFFu) != 0 && orderOf(apiVersion) <= orderOf(kDriverApiVersion);
+  return (apiVersion & 0xFFu) != 0 && orderOf(apiVersion) <= orderOf(driverApiVersion());
 }
 
 bool structVersionAccepted(uint32_t word, uint32_t expected) {

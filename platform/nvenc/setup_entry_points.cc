@@ -127,7 +127,8 @@ NVENCSTATUS NVENCAPI createInstance(NV_ENCODE_API_FUNCTION_LIST* functionList) {
 NVENCSTATUS NVENCAPI getMaxSupportedVersion(uint32_t* version) {
   if (NVENCSTATUS planned = plannedStatus("NvEncodeAPIGetMaxSupportedVersion")) return planned;
   if (version == nullptr) return NV_ENC_ERR_INVALID_PTR;
-  *version = (NVENCAPI_MAJOR_VERSION << 4) | NVENCAPI_MINOR_VERSION;
+  uint32_t api = driverApiVersion();
+  *version = ((api & 0xFFu) << 4) | ((api >> 24) & 0xFu);
   return NV_ENC_SUCCESS;
 }
 
