@@ -4,6 +4,7 @@
 #include "platform/control/com_control.h"
 #include "platform/control/machine_control.h"
 #include "platform/control/mf_control.h"
+#include "platform/control/nvenc_control.h"
 #include "platform/control/platform_control.h"
 #include "windows.h"
 
@@ -125,7 +126,7 @@ bool optionalBool(const Napi::Object& object, const char* key, bool fallback) {
 
 // setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }],
 //              display, refreshRate, nvencInstalled, mfSoftwareClass, mfSoftwareTransforms,
-//              mfHardwareTransform })
+//              mfHardwareTransform, nvencApiVersion, nvencMissingFunctions: [name, ...] })
 Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   if (info.Length() < 1 || !info[0].IsObject() || !info[0].As<Napi::Object>().Get("adapters").IsArray()) {
@@ -167,6 +168,13 @@ Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   machine.mfSoftwareClass = optionalBool(description, "mfSoftwareClass", machine.mfSoftwareClass);
   machine.mfSoftwareTransforms = optionalBool(description, "mfSoftwareTransforms", machine.mfSoftwareTransforms);
   machine.mfHardwareTransform = optionalBool(description, "mfHardwareTransform", machine.mfHardwareTransform);
+  // The NVENC driver: its API version and the table entries it lacks.
+  machine.nvencApiVersion = optionalUint(description, "nvencApiVersion", machine.nvencApiVersion);
+  if (description.Get("nvencMissingFunctions").IsArray()) {
+    Napi::Array missing = description.Get("nvencMissingFunctions").As<Napi::Array>();
+    for (uint32_t i = 0; i < missing.Length(); ++i)
+      if (missing.Get(i).IsString()) machine.nvencMissingFunctions.push_back(missing.Get(i).As<Napi::String>());
+  }
   control::setMachine(machine);
   return env.Undefined();
 }
@@ -243,6 +251,11 @@ Napi::Value MfStartupCount(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), control::mfStartupCount());
 }
 
+// NVENC encode sessions not yet destroyed, across the process.
+Napi::Value NvencOpenSessionCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), control::nvencOpenSessionCount());
+}
+
 Napi::Value CreateDeviceCalls(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   std::vector<control::CreateDeviceCall> calls = control::createDeviceCalls();
@@ -306,6 +319,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("apartmentCount", Napi::Function::New(env, ApartmentCount, "apartmentCount"));
   exports.Set("liveStringCount", Napi::Function::New(env, LiveStringCount, "liveStringCount"));
   exports.Set("mfStartupCount", Napi::Function::New(env, MfStartupCount, "mfStartupCount"));
+  exports.Set("nvencOpenSessionCount", Napi::Function::New(env, NvencOpenSessionCount, "nvencOpenSessionCount"));
   exports.Set("createDeviceCalls", Napi::Function::New(env, CreateDeviceCalls, "createDeviceCalls"));
   exports.Set("keyedMutexCalls", Napi::Function::New(env, KeyedMutexCalls, "keyedMutexCalls"));
   exports.Set("clearCallRecords", Napi::Function::New(env, ClearCallRecords, "clearCallRecords"));
