@@ -36,6 +36,9 @@ struct MachineDescription {
   // The newest NVENC API version the driver serves, spelt as the API does: 12 is 12.0, 0x0100000C
   // is 12.1. Clients of that version or older are served, newer ones refused.
   uint32_t nvencApiVersion = 12;
+  // Bytes of each picture's bitstream that the NVENC driver hands out, the rest cut off; 0: all.
+  // A stand-in for a driver whose output comes short or empty.
+  uint32_t nvencBitstreamLimit = 0;
   // The Media Foundation H.264 encoder transforms that exist.
   bool mfSoftwareClass = true;      // the software encoder, created by its CLSID (synchronous)
   bool mfSoftwareTransforms = false;  // software transforms found by enumeration (synchronous)

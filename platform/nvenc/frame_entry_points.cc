@@ -3,6 +3,7 @@
 // bitstream out through lock and unlock.
 #include <string>
 
+#include "platform/control/machine_control.h"
 #include "platform/core/debug_layer.h"
 #include "platform/nvenc/session.h"
 
@@ -179,6 +180,8 @@ NVENCSTATUS NVENCAPI encodePicture(void* encoder, NV_ENC_PIC_PARAMS* params) {
                            (params->encodePicFlags & NV_ENC_PIC_FLAG_OUTPUT_SPSPPS) != 0;
   if (keyFrame && !wantParameterSets) dropParameterSets(bytes);
   if (keyFrame) session->parameterSetsSent = true;
+  uint32_t limit = control::currentMachine().nvencBitstreamLimit;
+  if (limit != 0 && bytes.size() > limit) bytes.resize(limit);
   output->bytes = std::move(bytes);
   output->holdsPicture = true;
   output->pictureType = keyFrame ? NV_ENC_PIC_TYPE_IDR : NV_ENC_PIC_TYPE_P;

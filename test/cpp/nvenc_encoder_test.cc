@@ -316,6 +316,37 @@ TEST_F(NvencEncoderTest, TinyBitstreamsAreLoggedAndSent) {
   EXPECT_EQ(tinyLines, tinyPictures);
 }
 
+// The diagnostic line stops at 256 bytes; a bitstream too short for one NAL unit is a failure,
+// with the buffer given back and the input unmapped all the same.
+TEST_F(NvencEncoderTest, ShortAndEmptyBitstreams) {
+  std::unique_ptr<D3DContext> d3d = nvidiaContext();
+  NvencEncoder encoder;
+  ASSERT_TRUE(encoder.init(d3d.get(), kWidth, kHeight, 30, kBitrate)) << threadLastFailure;
+  control::MachineDescription machine = control::currentMachine();
+  for (uint32_t limit : {256u, 255u}) {
+    machine.nvencBitstreamLimit = limit;
+    control::setMachine(machine);
+    Picture picture = encodeFrame(encoder, *d3d, int(limit));
+    EXPECT_TRUE(picture.ok);
+    EXPECT_EQ(picture.bytes.size(), limit);
+  }
+  EXPECT_FALSE(logged("NVENC tiny bitstream (256 bytes)"));
+  EXPECT_TRUE(logged("NVENC tiny bitstream (255 bytes)"));
+
+  machine.nvencBitstreamLimit = 3;
+  control::setMachine(machine);
+  Picture empty = encodeFrame(encoder, *d3d, 2);
+  EXPECT_FALSE(empty.ok);
+  EXPECT_TRUE(empty.bytes.empty());
+  control::NvencSessionInfo info = onlySession();
+  EXPECT_EQ(info.mappedResources, 0u);
+  EXPECT_EQ(info.lockedBitstreams, 0u);
+
+  machine.nvencBitstreamLimit = 0;
+  control::setMachine(machine);
+  EXPECT_TRUE(encodeFrame(encoder, *d3d, 3).ok);
+}
+
 TEST_F(NvencEncoderTest, FramePathFailuresLeaveTheirTexts) {
   std::unique_ptr<D3DContext> d3d = nvidiaContext();
   NvencEncoder encoder;
