@@ -30,6 +30,15 @@ struct MachineDescription {
   std::string display;
   uint32_t refreshRate = 60;  // how often the synthetic desktop's content changes, per second
   bool nvencInstalled = true;  // whether the NVENC driver library can be loaded
+  // Entries of the NVENC function table that the installed driver leaves empty, as an older one
+  // does ("nvEncGetEncodePresetConfigEx", "nvEncGetLastErrorString", ...).
+  std::vector<std::string> nvencMissingFunctions;
+  // The newest NVENC API version the driver serves, spelt as the API does: 12 is 12.0, 0x0100000C
+  // is 12.1. Clients of that version or older are served, newer ones refused.
+  uint32_t nvencApiVersion = 12;
+  // Bytes of each picture's bitstream that the NVENC driver hands out, the rest cut off; 0: all.
+  // A stand-in for a driver whose output comes short or empty.
+  uint32_t nvencBitstreamLimit = 0;
   // The Media Foundation H.264 encoder transforms that exist.
   bool mfSoftwareClass = true;      // the software encoder, created by its CLSID (synchronous)
   bool mfSoftwareTransforms = false;  // software transforms found by enumeration (synchronous)

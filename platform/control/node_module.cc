@@ -5,6 +5,7 @@
 #include "platform/control/desktop_node_functions.h"
 #include "platform/control/machine_control.h"
 #include "platform/control/mf_control.h"
+#include "platform/control/nvenc_control.h"
 #include "platform/control/platform_control.h"
 #include "platform/control/window_control.h"
 #include "windows.h"
@@ -127,7 +128,8 @@ bool optionalBool(const Napi::Object& object, const char* key, bool fallback) {
 
 // setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }],
 //              display, refreshRate, nvencInstalled, mfSoftwareClass, mfSoftwareTransforms,
-//              mfHardwareTransform, mfHardwareAdapter })
+//              mfHardwareTransform, mfHardwareAdapter, nvencApiVersion,
+//              nvencMissingFunctions: [name, ...], nvencBitstreamLimit })
 Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   if (info.Length() < 1 || !info[0].IsObject() || !info[0].As<Napi::Object>().Get("adapters").IsArray()) {
@@ -170,6 +172,14 @@ Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   machine.mfSoftwareTransforms = optionalBool(description, "mfSoftwareTransforms", machine.mfSoftwareTransforms);
   machine.mfHardwareTransform = optionalBool(description, "mfHardwareTransform", machine.mfHardwareTransform);
   machine.mfHardwareAdapter = optionalUint(description, "mfHardwareAdapter", machine.mfHardwareAdapter);
+  // The NVENC driver: its API version and the table entries it lacks.
+  machine.nvencApiVersion = optionalUint(description, "nvencApiVersion", machine.nvencApiVersion);
+  machine.nvencBitstreamLimit = optionalUint(description, "nvencBitstreamLimit", machine.nvencBitstreamLimit);
+  if (description.Get("nvencMissingFunctions").IsArray()) {
+    Napi::Array missing = description.Get("nvencMissingFunctions").As<Napi::Array>();
+    for (uint32_t i = 0; i < missing.Length(); ++i)
+      if (missing.Get(i).IsString()) machine.nvencMissingFunctions.push_back(missing.Get(i).As<Napi::String>());
+  }
   control::setMachine(machine);
   return env.Undefined();
 }
@@ -245,6 +255,11 @@ Napi::Value LiveStringCount(const Napi::CallbackInfo& info) {
 // Media Foundation startups not yet shut down, across the process.
 Napi::Value MfStartupCount(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), control::mfStartupCount());
+}
+
+// NVENC encode sessions not yet destroyed, across the process.
+Napi::Value NvencOpenSessionCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), control::nvencOpenSessionCount());
 }
 
 Napi::Value CreateDeviceCalls(const Napi::CallbackInfo& info) {
@@ -363,6 +378,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("apartmentCount", Napi::Function::New(env, ApartmentCount, "apartmentCount"));
   exports.Set("liveStringCount", Napi::Function::New(env, LiveStringCount, "liveStringCount"));
   exports.Set("mfStartupCount", Napi::Function::New(env, MfStartupCount, "mfStartupCount"));
+  exports.Set("nvencOpenSessionCount", Napi::Function::New(env, NvencOpenSessionCount, "nvencOpenSessionCount"));
   exports.Set("createDeviceCalls", Napi::Function::New(env, CreateDeviceCalls, "createDeviceCalls"));
   exports.Set("keyedMutexCalls", Napi::Function::New(env, KeyedMutexCalls, "keyedMutexCalls"));
   exports.Set("clearCallRecords", Napi::Function::New(env, ClearCallRecords, "clearCallRecords"));

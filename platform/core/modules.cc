@@ -11,6 +11,7 @@ namespace {
 
 struct Module {
   std::map<std::string, FARPROC> exports;
+  bool (*present)() = nullptr;
   int loads = 0;
 };
 
@@ -45,10 +46,12 @@ Module* moduleFromHandle(ModuleTable& t, HMODULE handle) {
 
 }  // namespace
 
-void installModule(const std::wstring& fileName, std::map<std::string, FARPROC> exports) {
+void installModule(const std::wstring& fileName, std::map<std::string, FARPROC> exports, bool (*present)()) {
   ModuleTable& t = table();
   std::lock_guard<std::mutex> lock(t.mutex);
-  t.modules[lowerCase(fileName)].exports = std::move(exports);
+  Module& module = t.modules[lowerCase(fileName)];
+  module.exports = std::move(exports);
+  module.present = present;
 }
 
 void uninstallModule(const std::wstring& fileName) {
@@ -72,7 +75,7 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName) {
   platform::ModuleTable& t = platform::table();
   std::lock_guard<std::mutex> lock(t.mutex);
   auto found = t.modules.find(platform::fileNameOf(lpLibFileName));
-  if (found == t.modules.end()) {
+  if (found == t.modules.end() || (found->second.present != nullptr && !found->second.present())) {
     SetLastError(ERROR_MOD_NOT_FOUND);
     return nullptr;
   }
