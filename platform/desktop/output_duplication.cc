@@ -221,6 +221,13 @@ OutputDuplication::Wait OutputDuplication::waitX(UINT timeoutMs, DXGI_OUTDUPL_FR
       std::lock_guard<std::mutex> lock(desktop->mutex);
       pointer = takePointer(info);
     }
+    int32_t px = 0, py = 0;
+    if (!pointer && grabber->pointerMoved(px, py)) {
+      pointer = true;
+      info.LastMouseUpdateTime.QuadPart = qpcNow();
+      info.PointerPosition.Position = {px, py};
+      info.PointerPosition.Visible = TRUE;
+    }
     if (damaged) {
       int64_t now = qpcNow();
       d3d11::PixelStore& store = image->store();
