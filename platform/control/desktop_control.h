@@ -20,7 +20,8 @@ bool movePointer(uint32_t outputNumber, int32_t x, int32_t y);
 bool setOutputMode(uint32_t outputNumber, uint32_t width, uint32_t height);
 // Switches the input desktop (as a lock screen does): every live duplication is lost.
 void switchDesktop();
-// The performance-counter time of the output's latest image; 0 for an unknown output.
+// The performance-counter time of the output's latest image; 0 for an unknown output. On an X
+// screen: when a duplication last took in the screen's damage.
 int64_t latestPresentTime(uint32_t outputNumber);
 
 // The synthetic animation's image `frameIndex` at 0xAARRGGBB pixel (x, y), so that tests can check

@@ -136,40 +136,6 @@ void OutputDuplication::releaseResources() {
   privateData.clear();
 }
 
-HRESULT OutputDuplication::SetPrivateData(REFGUID Name, UINT DataSize, const void* pData) {
-  if (HRESULT hr = enter("IDXGIObject::SetPrivateData"); hr != S_OK) return hr;
-  return privateData.set(Name, DataSize, pData);
-}
-
-HRESULT OutputDuplication::SetPrivateDataInterface(REFGUID Name, const IUnknown* pUnknown) {
-  if (HRESULT hr = enter("IDXGIObject::SetPrivateDataInterface"); hr != S_OK) return hr;
-  return privateData.setInterface(Name, pUnknown);
-}
-
-HRESULT OutputDuplication::GetPrivateData(REFGUID Name, UINT* pDataSize, void* pData) {
-  if (HRESULT hr = enter("IDXGIObject::GetPrivateData"); hr != S_OK) return hr;
-  return privateData.get(Name, pDataSize, pData);
-}
-
-HRESULT OutputDuplication::GetParent(REFIID riid, void** ppParent) {
-  if (ppParent != nullptr) *ppParent = nullptr;
-  if (HRESULT hr = enter("IDXGIObject::GetParent"); hr != S_OK) return hr;
-  if (ppParent == nullptr) return DXGI_ERROR_INVALID_CALL;
-  return output->answerAs(riid, ppParent);
-}
-
-void OutputDuplication::GetDesc(DXGI_OUTDUPL_DESC* pDesc) {
-  if (!enterVoid("IDXGIOutputDuplication::GetDesc") || pDesc == nullptr) return;
-  *pDesc = {};
-  pDesc->ModeDesc.Width = width;
-  pDesc->ModeDesc.Height = height;
-  pDesc->ModeDesc.RefreshRate = {desktop->refreshRate, 1};
-  pDesc->ModeDesc.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
-  pDesc->ModeDesc.ScanlineOrdering = DXGI_MODE_SCANLINE_ORDER_PROGRESSIVE;
-  pDesc->Rotation = DXGI_MODE_ROTATION_IDENTITY;
-  pDesc->DesktopImageInSystemMemory = FALSE;
-}
-
 bool OutputDuplication::lost() {
   if (grabber != nullptr && grabber->dead()) return true;
   std::lock_guard<std::mutex> lock(desktop->mutex);
@@ -221,6 +187,13 @@ OutputDuplication::Wait OutputDuplication::waitX(UINT timeoutMs, DXGI_OUTDUPL_FR
       std::lock_guard<std::mutex> lock(desktop->mutex);
       pointer = takePointer(info);
     }
+    int32_t px = 0, py = 0;
+    if (!pointer && grabber->pointerMoved(px, py)) {
+      pointer = true;
+      info.LastMouseUpdateTime.QuadPart = qpcNow();
+      info.PointerPosition.Position = {px, py};
+      info.PointerPosition.Visible = TRUE;
+    }
     if (damaged) {
       int64_t now = performanceCounterNow();
       d3d11::PixelStore& store = image->store();
@@ -268,45 +241,6 @@ HRESULT OutputDuplication::ReleaseFrame() {
   if (!held) return DXGI_ERROR_INVALID_CALL;
   held = false;
   return lost() ? DXGI_ERROR_ACCESS_LOST : S_OK;
-}
-
-HRESULT OutputDuplication::GetFrameDirtyRects(UINT, RECT*, UINT* pDirtyRectsBufferSizeRequired) {
-  if (HRESULT hr = enter("IDXGIOutputDuplication::GetFrameDirtyRects"); hr != S_OK) return hr;
-  if (pDirtyRectsBufferSizeRequired == nullptr) return E_INVALIDARG;
-  std::lock_guard<std::mutex> call(callMutex);
-  if (!held) return DXGI_ERROR_INVALID_CALL;
-  *pDirtyRectsBufferSizeRequired = 0;  // the whole image counts as new; no rectangles are kept
-  return S_OK;
-}
-
-HRESULT OutputDuplication::GetFrameMoveRects(UINT, DXGI_OUTDUPL_MOVE_RECT*, UINT* pMoveRectsBufferSizeRequired) {
-  if (HRESULT hr = enter("IDXGIOutputDuplication::GetFrameMoveRects"); hr != S_OK) return hr;
-  if (pMoveRectsBufferSizeRequired == nullptr) return E_INVALIDARG;
-  std::lock_guard<std::mutex> call(callMutex);
-  if (!held) return DXGI_ERROR_INVALID_CALL;
-  *pMoveRectsBufferSizeRequired = 0;
-  return S_OK;
-}
-
-HRESULT OutputDuplication::GetFramePointerShape(UINT, void*, UINT* pPointerShapeBufferSizeRequired,
-                                                DXGI_OUTDUPL_POINTER_SHAPE_INFO* pPointerShapeInfo) {
-  if (HRESULT hr = enter("IDXGIOutputDuplication::GetFramePointerShape"); hr != S_OK) return hr;
-  if (pPointerShapeBufferSizeRequired == nullptr || pPointerShapeInfo == nullptr) return E_INVALIDARG;
-  std::lock_guard<std::mutex> call(callMutex);
-  if (!held) return DXGI_ERROR_INVALID_CALL;
-  *pPointerShapeBufferSizeRequired = 0;  // the shape never changes, so no frame carries one
-  *pPointerShapeInfo = {};
-  return S_OK;
-}
-
-HRESULT OutputDuplication::MapDesktopSurface(DXGI_MAPPED_RECT*) {
-  if (HRESULT hr = enter("IDXGIOutputDuplication::MapDesktopSurface"); hr != S_OK) return hr;
-  return DXGI_ERROR_UNSUPPORTED;  // the image is in video memory (DesktopImageInSystemMemory is FALSE)
-}
-
-HRESULT OutputDuplication::UnMapDesktopSurface() {
-  if (HRESULT hr = enter("IDXGIOutputDuplication::UnMapDesktopSurface"); hr != S_OK) return hr;
-  return DXGI_ERROR_INVALID_CALL;
 }
 
 }  // namespace platform::desktop

@@ -121,6 +121,8 @@ std::unique_ptr<XScreenGrabber> XScreenGrabber::open(const std::string& name) {
   XSync(dpy, False);
   if (grabber->dead()) return nullptr;
   grabber->x = std::move(connection);
+  int32_t x = 0, y = 0;
+  grabber->pointerMoved(x, y);  // where it stands now is no move
   return grabber;
 }
 
@@ -144,6 +146,20 @@ bool XScreenGrabber::waitForDamage(uint32_t milliseconds) {
     pollfd fd{ConnectionNumber(dpy), POLLIN, 0};
     poll(&fd, 1, int(left));
   }
+}
+
+bool XScreenGrabber::pointerMoved(int32_t& px, int32_t& py) {
+  if (dead()) return false;
+  Window root = 0, child = 0;
+  int rootX = 0, rootY = 0, winX = 0, winY = 0;
+  unsigned mask = 0;
+  // A round trip; XFixes would tell of shape changes only, not of moves.
+  if (!XQueryPointer(x->display, x->root, &root, &child, &rootX, &rootY, &winX, &winY, &mask) || dead())
+    return false;
+  bool moved = rootX != pointerX || rootY != pointerY;
+  pointerX = px = rootX;
+  pointerY = py = rootY;
+  return moved;
 }
 
 bool XScreenGrabber::grab(uint8_t* bytes, uint32_t rowPitch, uint32_t w, uint32_t h) {

@@ -27,6 +27,8 @@ class XScreenGrabber {
 
   // Whether the screen changed since the last grab, waiting up to `milliseconds` for it.
   bool waitForDamage(uint32_t milliseconds);
+  // Whether the pointer moved since the last look, and where it is now.
+  bool pointerMoved(int32_t& x, int32_t& y);
   // Copies the screen's top left into a BGRA buffer of `w` x `h` (alpha 255); what lies outside
   // the screen is black. False when the connection failed.
   bool grab(uint8_t* bytes, uint32_t rowPitch, uint32_t w, uint32_t h);
@@ -39,6 +41,7 @@ class XScreenGrabber {
   // Shared with the IO-error exit handler, which may run inside any Xlib call of this connection.
   std::shared_ptr<std::atomic<bool>> lost = std::make_shared<std::atomic<bool>>(false);
   uint32_t width = 0, height = 0;
+  int32_t pointerX = 0, pointerY = 0;
 };
 
 }  // namespace platform::desktop

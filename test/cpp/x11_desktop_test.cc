@@ -79,7 +79,15 @@ TEST_F(X11DesktopTest, TheMonitorSourceCapturesTheScreensPixelsAndOnlyWhenTheyCh
       EXPECT_GE(waited, 7);
     }
 
-    int64_t before = timestamp;
+    // The real pointer moving is an update without a new image.
+    painter->warpPointer(77, 88);
+    timestamp = 99;
+    ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
+    capture.releaseFrame();
+    EXPECT_EQ(timestamp, 0);
+    EXPECT_FALSE(capture.acquireFrame(slot, timestamp));
+
+    int64_t before = control::latestPresentTime(0);
     painter->fill(bgra(0, 200, 100), 100, 50, 60, 70);
     bool got = false;
     for (int pass = 0; pass < 100 && !got; ++pass) got = capture.acquireFrame(slot, timestamp);

@@ -91,6 +91,11 @@ void XPainter::fill(uint32_t colour, int x, int y, unsigned width, unsigned heig
   XSync(display, False);
 }
 
+void XPainter::warpPointer(int x, int y) {
+  XWarpPointer(display, None, DefaultRootWindow(display), 0, 0, 0, 0, x, y);
+  XSync(display, False);
+}
+
 void XPainter::provokeError() {
   XMapWindow(display, Window(0x7FFFFFF0));
   XSync(display, False);

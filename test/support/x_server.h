@@ -43,6 +43,8 @@ class XPainter {
   // Fills a rectangle of the root window with `colour` (0xRRGGBB in the low bits), and waits until
   // the server has done it.
   void fill(uint32_t colour, int x, int y, unsigned width, unsigned height);
+  // Moves the pointer to (x, y) of the screen.
+  void warpPointer(int x, int y);
   // Sends a request the server refuses (BadWindow) and waits for the answer: without an error
   // handler of its own, Xlib would end the process here.
   void provokeError();
