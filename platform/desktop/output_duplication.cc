@@ -190,7 +190,7 @@ OutputDuplication::Wait OutputDuplication::waitX(UINT timeoutMs, DXGI_OUTDUPL_FR
     int32_t px = 0, py = 0;
     if (!pointer && grabber->pointerMoved(px, py)) {
       pointer = true;
-      info.LastMouseUpdateTime.QuadPart = qpcNow();
+      info.LastMouseUpdateTime.QuadPart = performanceCounterNow();
       info.PointerPosition.Position = {px, py};
       info.PointerPosition.Visible = TRUE;
     }

@@ -15,21 +15,10 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/x11/x_connection.h"
+
 namespace platform::desktop {
 namespace {
-
-// X errors of any connection in the process land here instead of ending it; the failing call
-// has answered already, and grabs check their own results.
-int ignoreXError(Display*, XErrorEvent*) { return 0; }
-int ignoreXIoError(Display*) { return 0; }
-
-void installErrorHandlers() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    XSetErrorHandler(ignoreXError);
-    XSetIOErrorHandler(ignoreXIoError);
-  });
-}
 
 // Returning from here instead of exiting leaves the connection unusable; the grabber is dead.
 void markLost(Display*, void* flag) { static_cast<std::atomic<bool>*>(flag)->store(true); }
@@ -37,12 +26,11 @@ void markLost(Display*, void* flag) { static_cast<std::atomic<bool>*>(flag)->sto
 }  // namespace
 
 bool xScreenSize(const std::string& name, uint32_t& width, uint32_t& height) {
-  installErrorHandlers();
-  Display* dpy = XOpenDisplay(name.c_str());
+  Display* dpy = x11::openDisplay(name);
   if (dpy == nullptr) return false;
   width = uint32_t(DisplayWidth(dpy, DefaultScreen(dpy)));
   height = uint32_t(DisplayHeight(dpy, DefaultScreen(dpy)));
-  XCloseDisplay(dpy);
+  x11::closeDisplay(dpy);
   return true;
 }
 
@@ -68,16 +56,17 @@ struct XScreenGrabber::Connection {
       XDestroyImage(image);
     }
     if (segment.shmaddr != nullptr) shmdt(segment.shmaddr);
-    XCloseDisplay(display);
+    x11::closeDisplay(display);
   }
 };
 
 std::unique_ptr<XScreenGrabber> XScreenGrabber::open(const std::string& name) {
-  installErrorHandlers();
   std::unique_ptr<XScreenGrabber> grabber(new XScreenGrabber);
   auto connection = std::make_unique<Connection>();
   connection->lostFlag = grabber->lost;
-  connection->display = XOpenDisplay(name.c_str());
+  // The process's X error handlers come with the connection; a lost connection marks this
+  // grabber dead through a handler of its own.
+  connection->display = x11::openDisplay(name);
   if (connection->display == nullptr) return nullptr;
   Display* dpy = connection->display;
   XSetIOErrorExitHandler(dpy, markLost, grabber->lost.get());

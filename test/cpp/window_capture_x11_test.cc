@@ -10,7 +10,7 @@
 #include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
 #include "test/support/window_capture_helpers.h"
-#include "test/support/xvfb_server.h"
+#include "test/support/x_server.h"
 
 // Last: Xlib's macros (None, Bool, Status) would rename names in the headers above.
 #include <X11/Xlib.h>
@@ -31,7 +31,7 @@ class X11WindowCapture : public testing_support::WindowCaptureTest {
   void SetUp() override {
     if (!testing_support::XvfbServer::installed()) GTEST_SKIP() << "Xvfb is not installed";
     WindowCaptureTest::SetUp();
-    ASSERT_TRUE(server.start());
+    ASSERT_TRUE(server.running());
     control::MachineDescription machine = control::currentMachine();
     machine.display = server.name();
     control::setMachine(machine);
@@ -42,7 +42,7 @@ class X11WindowCapture : public testing_support::WindowCaptureTest {
   void TearDown() override {
     if (client != nullptr) XCloseDisplay(client);
     if (testing_support::XvfbServer::installed()) WindowCaptureTest::TearDown();
-    server.stop();
+    server.kill();
   }
 
   // A mapped window whose background is `colour` (24-bit visuals hold 0xRRGGBB).
@@ -78,7 +78,7 @@ class X11WindowCapture : public testing_support::WindowCaptureTest {
     return wrong;
   }
 
-  testing_support::XvfbServer server;
+  testing_support::XvfbServer server{640, 480};
   Display* client = nullptr;
 };
 
@@ -158,7 +158,7 @@ TEST_F(X11WindowCapture, ALostConnectionEndsFramesNotTheProcess) {
   ASSERT_TRUE(waitForFrame(*source, texture, timestamp));
   XCloseDisplay(client);
   client = nullptr;
-  server.stop();
+  server.kill();
   EXPECT_FALSE(testing_support::anyFrameWithin(*source, 150ms));
   EXPECT_FALSE(IsWindow(reinterpret_cast<HWND>(window)));
   source.reset();
