@@ -121,6 +121,30 @@ TEST_F(WindowCapture, FramesArriveFromAnotherThreadWhileTheWorkerAsksForNothing)
   EXPECT_FALSE(source->acquireFrame(texture, timestamp)) << "one event, one frame";
 }
 
+TEST_F(WindowCapture, AnEventDuringTheCopyIsWipedAndItsFrameComesOutOneEventLater) {
+  uint64_t window = control::openWindow(16, 16, kRed);
+  auto source = started(window);
+  CountedRef<ID3D11Texture2D> texture;
+  int64_t timestamp = 0;
+  ASSERT_TRUE(waitForFrame(*source, texture, timestamp));
+
+  control::fillWindow(window, kGreen);
+  std::this_thread::sleep_for(50ms);  // the green frame waits in the pool, the flag is set
+  control::delayCall("ID3D11DeviceContext::CopyResource", 200, 1);
+  std::thread painter([&] {
+    std::this_thread::sleep_for(60ms);
+    control::fillWindow(window, kBlue);  // its FrameArrived comes while the green frame is copied
+  });
+  ASSERT_TRUE(source->acquireFrame(texture, timestamp));
+  painter.join();
+  EXPECT_EQ(pixelsOf(texture.get())[0], kGreen);
+  EXPECT_FALSE(testing_support::anyFrameWithin(*source, 100ms)) << "the blue frame's event was wiped";
+
+  control::fillWindow(window, kRed);
+  ASSERT_TRUE(waitForFrame(*source, texture, timestamp));
+  EXPECT_EQ(pixelsOf(texture.get())[0], kBlue) << "the waiting frame comes out with the next event";
+}
+
 TEST_F(WindowCapture, AResizedWindowKeepsTheBufferSizeAndIsClipped) {
   uint64_t window = control::openWindow(40, 30, kRed);
   auto source = started(window);
