@@ -1,7 +1,5 @@
 // WgcWindowCapture through its CaptureSource operations, on synthetic windows; failure paths
 // through the platform's fault plan.
-#include "capture/wgc_window_capture.h"
-
 #include <gtest/gtest.h>
 #include <objbase.h>
 
@@ -12,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "capture/wgc_window_capture.h"
 #include "platform/control/clock_control.h"
 #include "platform/control/com_control.h"
 #include "platform/control/platform_control.h"
