@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "capture/wgc_window_capture.h"
+
+#include "capture/frame_arrived_handler.h"
 #include "platform/control/clock_control.h"
 #include "platform/control/com_control.h"
 #include "platform/control/platform_control.h"
@@ -347,6 +349,38 @@ TEST_F(WindowCapture, SourcesComeAndGoWhileTheWindowChangesWithoutLeaksOrLateHan
   painter.join();
   EXPECT_EQ(control::totalLiveObjects(), baseline);
   EXPECT_EQ(control::debugOutput(), std::vector<std::string>{});
+}
+
+TEST_F(WindowCapture, TheFrameArrivedHandlerIsAgileAndMarshalsThroughOneFreeThreadedMarshaler) {
+  WgcWindowCapture capture;
+  auto* handler = new FrameArrivedHandler(&capture);
+  CountedRef<IAgileObject> agile;
+  EXPECT_EQ(agile.queryFrom(handler), S_OK);
+  CountedRef<FrameArrivedDelegate> delegate;
+  EXPECT_EQ(delegate.queryFrom(agile.get()), S_OK);
+  EXPECT_EQ(delegate.get(), handler);
+
+  control::failOnce("CoCreateFreeThreadedMarshaler", E_OUTOFMEMORY);
+  CountedRef<IMarshal> marshal;
+  EXPECT_EQ(marshal.queryFrom(handler), E_OUTOFMEMORY);
+  EXPECT_EQ(marshal.queryFrom(handler), S_OK);
+  CountedRef<IMarshal> again;
+  EXPECT_EQ(again.queryFrom(handler), S_OK);
+  EXPECT_EQ(control::callCount("CoCreateFreeThreadedMarshaler"), 2u) << "made on demand, then kept";
+  // The marshaler is aggregated: its IMarshal counts on the handler and leads back to it.
+  EXPECT_EQ(testing_support::referenceCount(static_cast<FrameArrivedDelegate*>(handler)), 5u);
+  CountedRef<IUnknown> identity;
+  EXPECT_EQ(identity.queryFrom(marshal.get()), S_OK);
+  EXPECT_EQ(identity.get(), static_cast<IUnknown*>(static_cast<FrameArrivedDelegate*>(handler)));
+
+  EXPECT_EQ(handler->Invoke(nullptr, nullptr), S_OK);
+  identity.reset();
+  again.reset();
+  marshal.reset();
+  delegate.reset();
+  agile.reset();
+  EXPECT_EQ(handler->Release(), 0u);
+  EXPECT_EQ(control::liveObjectCount("IMarshal"), 0);
 }
 
 }  // namespace
