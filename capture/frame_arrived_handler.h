@@ -3,8 +3,8 @@
 // on any thread; Invoke only sets the capture's frameReady flag.
 #pragma once
 
-#include <windows.h>
 #include <objbase.h>
+#include <windows.h>
 
 #include <atomic>
 #include <mutex>

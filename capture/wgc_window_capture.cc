@@ -139,7 +139,8 @@ bool WgcWindowCapture::init(D3DContext* context, const StartOptions& options) {
     // The worker stays in the multithreaded apartment: no CoUninitialize belongs to this.
     check(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
     auto fresh = std::make_unique<WgcObjects>();
-    auto interop = activationFactory<IGraphicsCaptureItemInterop>(RuntimeClass_Windows_Graphics_Capture_GraphicsCaptureItem);
+    auto interop =
+        activationFactory<IGraphicsCaptureItemInterop>(RuntimeClass_Windows_Graphics_Capture_GraphicsCaptureItem);
     check(interop->CreateForWindow(window, __uuidof(IGraphicsCaptureItem), fresh->item.putVoid()));
     // The pool keeps this size for the life of the capture.
     SizeInt32 size = {};

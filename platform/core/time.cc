@@ -38,7 +38,8 @@ namespace platform {
 int64_t performanceCounterNow() {
   CounterClock& c = counterClock();
   std::lock_guard<std::mutex> lock(c.mutex);
-  unsigned __int128 elapsed = (unsigned __int128)(monotonicNanoseconds() - c.setAt) * uint64_t(c.frequency) / 1000000000u;
+  unsigned __int128 elapsed =
+      (unsigned __int128)(monotonicNanoseconds() - c.setAt) * uint64_t(c.frequency) / 1000000000u;
   // Wraps like a hardware counter rather than overflowing.
   return int64_t(uint64_t(c.origin) + uint64_t(elapsed));
 }

@@ -1,6 +1,7 @@
 #include "platform/wgc/capture_item.h"
 
 #include <cstdio>
+
 #include "platform/window/capture_target.h"
 
 namespace platform::wgc {
@@ -19,7 +20,8 @@ HRESULT CaptureItem::get_DisplayName(HSTRING* value) {
   *value = nullptr;
   if (HRESULT hr = enter("IGraphicsCaptureItem::get_DisplayName"); hr != S_OK) return hr;
   wchar_t name[48];
-  int length = std::swprintf(name, 48, L"Window 0x%llx", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(captured)));
+  int length =
+      std::swprintf(name, 48, L"Window 0x%llx", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(captured)));
   return WindowsCreateString(name, UINT32(length), value);
 }
 

@@ -4,11 +4,11 @@
 
 #include <mutex>
 
+#include "objidl.h"
 #include "platform/core/com_object.h"
 #include "platform/wgc/runtime_object.h"
 #include "windows.graphics.capture.h"
 #include "windows.graphics.capture.interop.h"
-#include "objidl.h"
 
 namespace platform::wgc {
 
@@ -40,7 +40,9 @@ class CaptureItem final : public IGraphicsCaptureItem, public IAgileObject, publ
   ABI::Windows::Graphics::SizeInt32 lastSize;  // what Size answers once the window has gone
 };
 
-class CaptureItemFactory final : public IInspectable, public IGraphicsCaptureItemInterop, public IAgileObject,
+class CaptureItemFactory final : public IInspectable,
+                                 public IGraphicsCaptureItemInterop,
+                                 public IAgileObject,
                                  public ComObject {
  public:
   CaptureItemFactory() : ComObject("IGraphicsCaptureItemInterop") {}

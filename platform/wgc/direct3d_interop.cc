@@ -81,7 +81,8 @@ HRESULT Direct3DSurface::get_Description(
   std::lock_guard<std::mutex> lock(mutex);
   if (!texture) return RO_E_CLOSED;
   const D3D11_TEXTURE2D_DESC& desc = texture->desc();
-  *value = {INT32(desc.Width), INT32(desc.Height),
+  *value = {INT32(desc.Width),
+            INT32(desc.Height),
             ABI::Windows::Graphics::DirectX::DirectXPixelFormat(desc.Format),
             {INT32(desc.SampleDesc.Count), INT32(desc.SampleDesc.Quality)}};
   return S_OK;

@@ -57,8 +57,8 @@ class Direct3DSurface final : public IDirect3DSurface,
   explicit Direct3DSurface(d3d11::Texture* texture);
   PLATFORM_IUNKNOWN_METHODS
   PLATFORM_IINSPECTABLE_METHODS(L"Windows.Graphics.DirectX.Direct3D11.Direct3DSurface")
-  HRESULT STDMETHODCALLTYPE get_Description(
-      ABI::Windows::Graphics::DirectX::Direct3D11::Direct3DSurfaceDescription* value) override;
+  HRESULT STDMETHODCALLTYPE
+  get_Description(ABI::Windows::Graphics::DirectX::Direct3D11::Direct3DSurfaceDescription* value) override;
   HRESULT STDMETHODCALLTYPE GetInterface(REFIID iid, void** p) override;
   HRESULT STDMETHODCALLTYPE Close() override;
 

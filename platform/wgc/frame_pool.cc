@@ -163,8 +163,9 @@ void* FramePoolStatics::interfaceFor(REFIID riid) {
   return nullptr;
 }
 
-HRESULT FramePoolStatics::Create(IDirect3DDevice* device, ABI::Windows::Graphics::DirectX::DirectXPixelFormat pixelFormat,
-                                 INT32 numberOfBuffers, SizeInt32 size, IDirect3D11CaptureFramePool** result) {
+HRESULT FramePoolStatics::Create(IDirect3DDevice* device,
+                                 ABI::Windows::Graphics::DirectX::DirectXPixelFormat pixelFormat, INT32 numberOfBuffers,
+                                 SizeInt32 size, IDirect3D11CaptureFramePool** result) {
   if (result == nullptr) return E_POINTER;
   *result = nullptr;
   if (HRESULT hr = enter("IDirect3D11CaptureFramePoolStatics::Create"); hr != S_OK) return hr;

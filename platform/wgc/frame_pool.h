@@ -16,13 +16,17 @@ using ABI::Windows::Graphics::Capture::IDirect3D11CaptureFramePoolStatics;
 using ABI::Windows::Graphics::Capture::IGraphicsCaptureItem;
 using ABI::Windows::Graphics::Capture::IGraphicsCaptureSession;
 
-class CaptureFramePool final : public IDirect3D11CaptureFramePool, public IClosable, public IAgileObject, public ComObject {
+class CaptureFramePool final : public IDirect3D11CaptureFramePool,
+                               public IClosable,
+                               public IAgileObject,
+                               public ComObject {
  public:
   explicit CaptureFramePool(std::shared_ptr<FramePoolCore> core);
   PLATFORM_IUNKNOWN_METHODS
   PLATFORM_IINSPECTABLE_METHODS(L"Windows.Graphics.Capture.Direct3D11CaptureFramePool")
 
-  HRESULT STDMETHODCALLTYPE Recreate(IDirect3DDevice* device, ABI::Windows::Graphics::DirectX::DirectXPixelFormat pixelFormat,
+  HRESULT STDMETHODCALLTYPE Recreate(IDirect3DDevice* device,
+                                     ABI::Windows::Graphics::DirectX::DirectXPixelFormat pixelFormat,
                                      INT32 numberOfBuffers, SizeInt32 size) override;
   HRESULT STDMETHODCALLTYPE TryGetNextFrame(IDirect3D11CaptureFrame** result) override;
   HRESULT STDMETHODCALLTYPE add_FrameArrived(FrameArrivedHandler* handler, EventRegistrationToken* token) override;
@@ -72,8 +76,10 @@ class FramePoolStatics final : public IDirect3D11CaptureFramePoolStatics, public
   PLATFORM_IUNKNOWN_METHODS
   PLATFORM_IINSPECTABLE_METHODS(L"Windows.Graphics.Capture.Direct3D11CaptureFramePool")
 
-  HRESULT STDMETHODCALLTYPE Create(IDirect3DDevice* device, ABI::Windows::Graphics::DirectX::DirectXPixelFormat pixelFormat,
-                                   INT32 numberOfBuffers, SizeInt32 size, IDirect3D11CaptureFramePool** result) override;
+  HRESULT STDMETHODCALLTYPE Create(IDirect3DDevice* device,
+                                   ABI::Windows::Graphics::DirectX::DirectXPixelFormat pixelFormat,
+                                   INT32 numberOfBuffers, SizeInt32 size,
+                                   IDirect3D11CaptureFramePool** result) override;
 
  private:
   void* interfaceFor(REFIID riid) override;

@@ -33,8 +33,7 @@ D3D11_TEXTURE2D_DESC bufferDesc(DXGI_FORMAT format, SizeInt32 size) {
 
 }  // namespace
 
-FramePoolCore::FramePoolCore(d3d11::Device* device, DXGI_FORMAT format, int buffers, SizeInt32 size,
-                             bool swapRedBlue)
+FramePoolCore::FramePoolCore(d3d11::Device* device, DXGI_FORMAT format, int buffers, SizeInt32 size, bool swapRedBlue)
     : bufferSize(size), swapRedBlue(swapRedBlue), slots(size_t(buffers)) {
   D3D11_TEXTURE2D_DESC desc = bufferDesc(format, size);
   for (Slot& slot : slots) {

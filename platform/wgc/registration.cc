@@ -19,8 +19,9 @@ struct Registration {
                               makeFactory<CaptureItemFactory>);
     registerActivationFactory(RuntimeClass_Windows_Graphics_Capture_Direct3D11CaptureFramePool,
                               makeFactory<FramePoolStatics>);
-    installModule(L"d3d11.dll", {{"CreateDirect3D11DeviceFromDXGIDevice",
-                                  reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&CreateDirect3D11DeviceFromDXGIDevice))}});
+    installModule(L"d3d11.dll",
+                  {{"CreateDirect3D11DeviceFromDXGIDevice",
+                    reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&CreateDirect3D11DeviceFromDXGIDevice))}});
   }
 };
 

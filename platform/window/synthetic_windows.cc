@@ -85,8 +85,7 @@ class SyntheticTarget final : public CaptureTarget {
     for (uint32_t y = 0; y < height; ++y) {
       uint8_t* row = pixels + size_t(y) * pitch;
       std::memset(row, 0, size_t(width) * 4);
-      if (y < copyHeight)
-        std::memcpy(row, &window->pixels[size_t(y) * window->width], size_t(copyWidth) * 4);
+      if (y < copyHeight) std::memcpy(row, &window->pixels[size_t(y) * window->width], size_t(copyWidth) * 4);
     }
     return true;
   }

@@ -36,8 +36,8 @@ using ABI::Windows::Graphics::Capture::IGraphicsCaptureSession2;
 using ABI::Windows::Graphics::DirectX::DirectXPixelFormat_B8G8R8A8UIntNormalized;
 using ABI::Windows::Graphics::DirectX::Direct3D11::IDirect3DDevice;
 using ABI::Windows::Graphics::DirectX::Direct3D11::IDirect3DSurface;
-using ::Windows::Graphics::DirectX::Direct3D11::IDirect3DDxgiInterfaceAccess;
 using testing_support::bgra;
+using ::Windows::Graphics::DirectX::Direct3D11::IDirect3DDxgiInterfaceAccess;
 using FrameArrived =
     ABI::Windows::Foundation::ITypedEventHandler<ABI::Windows::Graphics::Capture::Direct3D11CaptureFramePool*,
                                                  IInspectable*>;
@@ -142,8 +142,9 @@ class WgcPlatform : public testing_support::WindowCaptureTest {
     CountedRef<IDirect3D11CaptureFramePoolStatics> statics;
     EXPECT_EQ(activate(RuntimeClass_Windows_Graphics_Capture_Direct3D11CaptureFramePool, statics), S_OK);
     CountedRef<IDirect3D11CaptureFramePool> pool;
-    EXPECT_EQ(statics->Create(wrappedDevice().get(), DirectXPixelFormat_B8G8R8A8UIntNormalized, buffers, size, pool.put()),
-              S_OK);
+    EXPECT_EQ(
+        statics->Create(wrappedDevice().get(), DirectXPixelFormat_B8G8R8A8UIntNormalized, buffers, size, pool.put()),
+        S_OK);
     return pool;
   }
 

@@ -1,7 +1,5 @@
 // WgcWindowCapture through its CaptureSource operations, on synthetic windows; failure paths
 // through the platform's fault plan.
-#include "capture/wgc_window_capture.h"
-
 #include <gtest/gtest.h>
 #include <objbase.h>
 
@@ -12,6 +10,9 @@
 #include <thread>
 #include <vector>
 
+#include "capture/wgc_window_capture.h"
+
+#include "capture/frame_arrived_handler.h"
 #include "platform/control/clock_control.h"
 #include "platform/control/com_control.h"
 #include "platform/control/platform_control.h"
@@ -119,6 +120,30 @@ TEST_F(WindowCapture, FramesArriveFromAnotherThreadWhileTheWorkerAsksForNothing)
   int64_t timestamp = 0;
   EXPECT_TRUE(source->acquireFrame(texture, timestamp));
   EXPECT_FALSE(source->acquireFrame(texture, timestamp)) << "one event, one frame";
+}
+
+TEST_F(WindowCapture, AnEventDuringTheCopyIsWipedAndItsFrameComesOutOneEventLater) {
+  uint64_t window = control::openWindow(16, 16, kRed);
+  auto source = started(window);
+  CountedRef<ID3D11Texture2D> texture;
+  int64_t timestamp = 0;
+  ASSERT_TRUE(waitForFrame(*source, texture, timestamp));
+
+  control::fillWindow(window, kGreen);
+  std::this_thread::sleep_for(50ms);  // the green frame waits in the pool, the flag is set
+  control::delayCall("ID3D11DeviceContext::CopyResource", 200, 1);
+  std::thread painter([&] {
+    std::this_thread::sleep_for(60ms);
+    control::fillWindow(window, kBlue);  // its FrameArrived comes while the green frame is copied
+  });
+  ASSERT_TRUE(source->acquireFrame(texture, timestamp));
+  painter.join();
+  EXPECT_EQ(pixelsOf(texture.get())[0], kGreen);
+  EXPECT_FALSE(testing_support::anyFrameWithin(*source, 100ms)) << "the blue frame's event was wiped";
+
+  control::fillWindow(window, kRed);
+  ASSERT_TRUE(waitForFrame(*source, texture, timestamp));
+  EXPECT_EQ(pixelsOf(texture.get())[0], kBlue) << "the waiting frame comes out with the next event";
 }
 
 TEST_F(WindowCapture, AResizedWindowKeepsTheBufferSizeAndIsClipped) {
@@ -324,6 +349,38 @@ TEST_F(WindowCapture, SourcesComeAndGoWhileTheWindowChangesWithoutLeaksOrLateHan
   painter.join();
   EXPECT_EQ(control::totalLiveObjects(), baseline);
   EXPECT_EQ(control::debugOutput(), std::vector<std::string>{});
+}
+
+TEST_F(WindowCapture, TheFrameArrivedHandlerIsAgileAndMarshalsThroughOneFreeThreadedMarshaler) {
+  WgcWindowCapture capture;
+  auto* handler = new FrameArrivedHandler(&capture);
+  CountedRef<IAgileObject> agile;
+  EXPECT_EQ(agile.queryFrom(handler), S_OK);
+  CountedRef<FrameArrivedDelegate> delegate;
+  EXPECT_EQ(delegate.queryFrom(agile.get()), S_OK);
+  EXPECT_EQ(delegate.get(), handler);
+
+  control::failOnce("CoCreateFreeThreadedMarshaler", E_OUTOFMEMORY);
+  CountedRef<IMarshal> marshal;
+  EXPECT_EQ(marshal.queryFrom(handler), E_OUTOFMEMORY);
+  EXPECT_EQ(marshal.queryFrom(handler), S_OK);
+  CountedRef<IMarshal> again;
+  EXPECT_EQ(again.queryFrom(handler), S_OK);
+  EXPECT_EQ(control::callCount("CoCreateFreeThreadedMarshaler"), 2u) << "made on demand, then kept";
+  // The marshaler is aggregated: its IMarshal counts on the handler and leads back to it.
+  EXPECT_EQ(testing_support::referenceCount(static_cast<FrameArrivedDelegate*>(handler)), 5u);
+  CountedRef<IUnknown> identity;
+  EXPECT_EQ(identity.queryFrom(marshal.get()), S_OK);
+  EXPECT_EQ(identity.get(), static_cast<IUnknown*>(static_cast<FrameArrivedDelegate*>(handler)));
+
+  EXPECT_EQ(handler->Invoke(nullptr, nullptr), S_OK);
+  identity.reset();
+  again.reset();
+  marshal.reset();
+  delegate.reset();
+  agile.reset();
+  EXPECT_EQ(handler->Release(), 0u);
+  EXPECT_EQ(control::liveObjectCount("IMarshal"), 0);
 }
 
 }  // namespace

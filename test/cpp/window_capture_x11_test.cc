@@ -47,8 +47,8 @@ class X11WindowCapture : public testing_support::WindowCaptureTest {
 
   // A mapped window whose background is `colour` (24-bit visuals hold 0xRRGGBB).
   Window openWindow(int x, int y, unsigned width, unsigned height, uint32_t colour) {
-    Window window = XCreateSimpleWindow(client, DefaultRootWindow(client), x, y, width, height, 0, 0,
-                                        colour & 0xFFFFFFu);
+    Window window =
+        XCreateSimpleWindow(client, DefaultRootWindow(client), x, y, width, height, 0, 0, colour & 0xFFFFFFu);
     XMapRaised(client, window);
     XSync(client, False);
     return window;
