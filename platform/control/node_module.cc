@@ -253,6 +253,15 @@ Napi::Value LiveStringCount(const Napi::CallbackInfo& info) {
 }
 
 // Media Foundation startups not yet shut down, across the process.
+// Winsock references not yet cleaned up, and sockets not yet closed.
+Napi::Value WinsockStartupCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), control::winsockStartupCount());
+}
+
+Napi::Value OpenSocketCount(const Napi::CallbackInfo& info) {
+  return Napi::Number::New(info.Env(), control::openSocketCount());
+}
+
 Napi::Value MfStartupCount(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), control::mfStartupCount());
 }
@@ -362,6 +371,8 @@ Napi::Value Reset(const Napi::CallbackInfo& info) {
 
 Napi::Object Init(Napi::Env env, Napi::Object exports) {
   exports.Set("planFault", Napi::Function::New(env, PlanFault, "planFault"));
+  exports.Set("winsockStartupCount", Napi::Function::New(env, WinsockStartupCount, "winsockStartupCount"));
+  exports.Set("openSocketCount", Napi::Function::New(env, OpenSocketCount, "openSocketCount"));
   exports.Set("clearFaults", Napi::Function::New(env, ClearFaults, "clearFaults"));
   exports.Set("callCount", Napi::Function::New(env, CallCount, "callCount"));
   exports.Set("debugOutput", Napi::Function::New(env, DebugOutput, "debugOutput"));
