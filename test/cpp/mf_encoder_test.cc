@@ -219,9 +219,11 @@ TEST_P(MfEncoderKindTest, KeyFramesComeAtTheStartOnRequestAndOncePerSecond) {
   ASSERT_TRUE(initEncoder(10)) << threadLastFailure;
   std::vector<bool> keyFrames;
   std::vector<uint8_t> stream = encodeFrames(4, &keyFrames);
+  EXPECT_EQ(control::callCount("ICodecAPI::SetValue"), 1u) << "a new encoder asks for its first picture";
   encoder->requestKeyFrame();
   encoder->requestKeyFrame();  // one flag, not a count
   encodeFrames(10, &keyFrames);
+  EXPECT_EQ(control::callCount("ICodecAPI::SetValue"), 2u);
   // 0: the first picture; 4: requested; 14: ten pictures at 10 fps after the requested one.
   encodeFrames(2, &keyFrames);
   std::vector<bool> expected(16, false);
