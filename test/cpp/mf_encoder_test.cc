@@ -280,6 +280,59 @@ TEST_F(MfEncoderTest, RunsAtOneFrameASecondWhenGivenNoRate) {
   EXPECT_EQ(keyFrames, (std::vector<bool>{true, true, true})) << "a key frame every picture at 1 fps";
 }
 
+// --- Input ---
+
+TEST_F(MfEncoderTest, ReadsTheFrameLoopsReadbackTextureWithoutACopy) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  Nv12Frame frame{int(kWidth), int(kHeight)};
+  drawDesktop(frame, 3);
+  CountedRef<ID3D11Texture2D> source = nv12Texture(context->device.get(), context->context.get(), frame);
+  CountedRef<ID3D11Texture2D> readback =
+      makeTexture(context->device.get(), stagingDesc(kWidth, kHeight, DXGI_FORMAT_NV12, D3D11_CPU_ACCESS_READ));
+  context->context->CopyResource(readback.get(), source.get());
+  control::resetCallCounts();
+  std::vector<uint8_t> out;
+  ASSERT_TRUE(encoder->encode(readback.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("ID3D11Device::CreateTexture2D"), 0u);
+  H264Decoder decoder;
+  std::vector<DecodedPicture> pictures;
+  ASSERT_TRUE(decoder.decodeStream(out, pictures)) << decoder.error();
+  ASSERT_EQ(pictures.size(), 1u);
+  EXPECT_GE(psnrY(frame, pictures[0]), 35.0);
+}
+
+TEST_F(MfEncoderTest, ReportsAPictureThatCannotBeMappedWithItsOwnCode) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  control::failOnce("ID3D11DeviceContext::Map", DXGI_ERROR_DEVICE_REMOVED);
+  std::vector<uint8_t> out;
+  EXPECT_FALSE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(threadLastFailure, "MF encoder failed to map NV12 texture (hr=0x80004005)");
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 0u);
+}
+
+TEST_F(MfEncoderTest, KeepsOneInputTextureForAllPicturesOnTheGpu) {
+  useMachine(mfMachine(false, false, true));
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  std::vector<CountedRef<ID3D11Texture2D>> textures;
+  for (int i = 0; i < 4; ++i) textures.push_back(picture(i));
+  control::resetCallCounts();
+  for (auto& texture : textures) {
+    std::vector<uint8_t> out;
+    ASSERT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  }
+  EXPECT_EQ(control::callCount("ID3D11Device::CreateTexture2D"), 1u);
+  EXPECT_EQ(control::callCount("MFCreateDXGISurfaceBuffer"), 4u);
+  EXPECT_EQ(control::callCount("MFCreateMemoryBuffer"), 0u) << "the transform provides its output samples";
+
+  control::failOnce("MFCreateDXGISurfaceBuffer", E_OUTOFMEMORY);
+  std::vector<uint8_t> out;
+  EXPECT_FALSE(encoder->encode(textures[0].get(), &out, nullptr));
+  EXPECT_EQ(threadLastFailure, "MFCreateDXGISurfaceBuffer failed (hr=0x8007000e)");
+}
+
 // --- The synchronous path ---
 
 TEST_F(MfEncoderTest, AnAcceptedPictureWithoutOutputGivesTrueAndNothing) {
