@@ -125,7 +125,7 @@ bool optionalBool(const Napi::Object& object, const char* key, bool fallback) {
 
 // setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }],
 //              display, refreshRate, nvencInstalled, mfSoftwareClass, mfSoftwareTransforms,
-//              mfHardwareTransform, mfHardwareAdapter })
+//              mfHardwareTransform, mfHardwareAdapter, mfSlicelessAfter })
 Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   if (info.Length() < 1 || !info[0].IsObject() || !info[0].As<Napi::Object>().Get("adapters").IsArray()) {
@@ -168,6 +168,7 @@ Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   machine.mfSoftwareTransforms = optionalBool(description, "mfSoftwareTransforms", machine.mfSoftwareTransforms);
   machine.mfHardwareTransform = optionalBool(description, "mfHardwareTransform", machine.mfHardwareTransform);
   machine.mfHardwareAdapter = optionalUint(description, "mfHardwareAdapter", machine.mfHardwareAdapter);
+  machine.mfSlicelessAfter = optionalUint(description, "mfSlicelessAfter", machine.mfSlicelessAfter);
   control::setMachine(machine);
   return env.Undefined();
 }
@@ -203,6 +204,7 @@ Napi::Value CurrentMachine(const Napi::CallbackInfo& info) {
   result.Set("mfSoftwareTransforms", Napi::Boolean::New(env, machine.mfSoftwareTransforms));
   result.Set("mfHardwareTransform", Napi::Boolean::New(env, machine.mfHardwareTransform));
   result.Set("mfHardwareAdapter", Napi::Number::New(env, machine.mfHardwareAdapter));
+  result.Set("mfSlicelessAfter", Napi::Number::New(env, machine.mfSlicelessAfter));
   return result;
 }
 

@@ -83,7 +83,11 @@ HRESULT handOutCopy(IMFMediaType* type, IMFMediaType** out) {
 }  // namespace
 
 H264Transform::H264Transform(TransformKind kind, UINT pinnedAdapter)
-    : ComObject("IMFTransform"), kind(kind), pinnedAdapter(pinnedAdapter), attributes(newAttributes()) {
+    : ComObject("IMFTransform"),
+      kind(kind),
+      pinnedAdapter(pinnedAdapter),
+      slicelessAfter(control::currentMachine().mfSlicelessAfter),
+      attributes(newAttributes()) {
   if (async()) {
     AttributeValue one;
     one.type = MF_ATTRIBUTE_UINT32;

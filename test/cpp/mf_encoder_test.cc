@@ -259,6 +259,21 @@ INSTANTIATE_TEST_SUITE_P(EachTransform, MfEncoderKindTest,
                            return std::string();
                          });
 
+TEST_P(MfEncoderKindTest, AMachineThatLosesSlicesStillGivesParameterSets) {
+  control::MachineDescription machine = machineWith(GetParam());
+  machine.mfSlicelessAfter = 3;
+  useMachine(machine);
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  std::vector<uint8_t> good = encodeFrames(3);
+  EXPECT_EQ(scanAnnexB(good.data(), good.size()).size(), 5u) << "SPS, PPS, IDR, two P";
+  for (int i = 0; i < 3; ++i) {
+    std::vector<uint8_t> bytes = encodeFrames(1);
+    std::vector<uint8_t> types;
+    for (const NalUnit& unit : scanAnnexB(bytes.data(), bytes.size())) types.push_back(unit.type);
+    EXPECT_EQ(types, (std::vector<uint8_t>{kNalSps, kNalPps})) << "picture " << 3 + i;
+  }
+}
+
 TEST_F(MfEncoderTest, RefusesWithoutAnInitOrATexture) {
   useMachine(mfMachine(true, false, false));
   Nv12Frame frame{int(kWidth), int(kHeight)};
