@@ -98,16 +98,24 @@ HRESULT H264Transform::readPicture(IMFSample* sample, std::vector<BYTE>& nv12) {
   size_t expected = size_t(format.width) * format.height * 3 / 2;
   if (buffers.empty()) {
     hr = E_INVALIDARG;
-  } else if (IUnknown* surface = surfaceOf(buffers[0])) {
-    ID3D11Texture2D* texture = static_cast<ID3D11Texture2D*>(surface);
-    if (async()) {
-      // The hardware encoder reads only textures of the device its manager holds.
+  } else if (async() && surfaceOf(buffers[0]) != nullptr) {
+    // The hardware encoder reaches the texture as a D3D-aware transform does, through the
+    // buffer's IMFDXGIBuffer, and reads only textures of the device its manager holds.
+    IMFDXGIBuffer* dxgi = nullptr;
+    ID3D11Texture2D* texture = nullptr;
+    hr = buffers[0]->QueryInterface(IID_IMFDXGIBuffer, reinterpret_cast<void**>(&dxgi));
+    if (SUCCEEDED(hr)) hr = dxgi->GetResource(IID_ID3D11Texture2D, reinterpret_cast<void**>(&texture));
+    if (SUCCEEDED(hr)) {
       ID3D11Device* device = nullptr;
       texture->GetDevice(&device);
       if (device == nullptr || device != managerDevice) hr = E_INVALIDARG;
       if (device != nullptr) device->Release();
     }
     if (SUCCEEDED(hr) && !readTexture(texture, format.width, format.height, nv12)) hr = E_INVALIDARG;
+    if (texture != nullptr) texture->Release();
+    if (dxgi != nullptr) dxgi->Release();
+  } else if (IUnknown* surface = surfaceOf(buffers[0])) {
+    if (!readTexture(static_cast<ID3D11Texture2D*>(surface), format.width, format.height, nv12)) hr = E_INVALIDARG;
   } else if (!readValidBytes(buffers[0], nv12) || nv12.size() < expected) {
     hr = E_INVALIDARG;
   }

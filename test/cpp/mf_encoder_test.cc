@@ -512,4 +512,20 @@ TEST_F(MfEncoderTest, StopsCollectingOutputAfterFiveSecondsWithoutFailing) {
   EXPECT_TRUE(keyFrame) << "the first picture's IDR arrives with the second call";
 }
 
+TEST_F(MfEncoderTest, KeepsCollectingAfterTheTransformReportsAnErrorAndThenGivesTheTimeUp) {
+  useMachine(mfMachine(false, false, true));
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  // The transform can't reach the picture it took and says so with MEError; the clock runs out
+  // 5 s after the input, some 200 polls later.
+  control::failOnce("IMFDXGIBuffer::GetResource", E_OUTOFMEMORY);
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  control::planFault({"GetTickCount", 1000, 0, 200, 0, true});
+  control::planFault({"GetTickCount", 6000, 200, 0, 0, true});
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr)) << "the picture went in";
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(threadLastFailure, "MF transform reported MEError (hr=0x80004005)");
+  EXPECT_EQ(control::callCount("GetTickCount"), 201u) << "pumping went on until the time was up";
+}
+
 }  // namespace
