@@ -46,6 +46,9 @@ struct MachineDescription {
   // Media Foundation: the adapter (enumeration index) the hardware transform is pinned to; it
   // takes only devices made on that adapter.
   uint32_t mfHardwareAdapter = 0;
+  // Media Foundation: after this many pictures, every transform made afterwards gives SPS and
+  // PPS but no slice for each picture, as a broken driver does (0: never).
+  uint32_t mfSlicelessAfter = 0;
 };
 
 // One NVIDIA adapter with one output: the X display named by DISPLAY, or else a 1920x1080

@@ -128,7 +128,7 @@ bool optionalBool(const Napi::Object& object, const char* key, bool fallback) {
 
 // setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }],
 //              display, refreshRate, nvencInstalled, mfSoftwareClass, mfSoftwareTransforms,
-//              mfHardwareTransform, mfHardwareAdapter, nvencApiVersion,
+//              mfHardwareTransform, mfHardwareAdapter, mfSlicelessAfter, nvencApiVersion,
 //              nvencMissingFunctions: [name, ...], nvencBitstreamLimit })
 Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
@@ -172,6 +172,7 @@ Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   machine.mfSoftwareTransforms = optionalBool(description, "mfSoftwareTransforms", machine.mfSoftwareTransforms);
   machine.mfHardwareTransform = optionalBool(description, "mfHardwareTransform", machine.mfHardwareTransform);
   machine.mfHardwareAdapter = optionalUint(description, "mfHardwareAdapter", machine.mfHardwareAdapter);
+  machine.mfSlicelessAfter = optionalUint(description, "mfSlicelessAfter", machine.mfSlicelessAfter);
   // The NVENC driver: its API version and the table entries it lacks.
   machine.nvencApiVersion = optionalUint(description, "nvencApiVersion", machine.nvencApiVersion);
   machine.nvencBitstreamLimit = optionalUint(description, "nvencBitstreamLimit", machine.nvencBitstreamLimit);
@@ -215,6 +216,7 @@ Napi::Value CurrentMachine(const Napi::CallbackInfo& info) {
   result.Set("mfSoftwareTransforms", Napi::Boolean::New(env, machine.mfSoftwareTransforms));
   result.Set("mfHardwareTransform", Napi::Boolean::New(env, machine.mfHardwareTransform));
   result.Set("mfHardwareAdapter", Napi::Number::New(env, machine.mfHardwareAdapter));
+  result.Set("mfSlicelessAfter", Napi::Number::New(env, machine.mfSlicelessAfter));
   return result;
 }
 

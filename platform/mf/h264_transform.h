@@ -127,6 +127,7 @@ class H264Transform final : public ComObject, public IMFTransform, public ICodec
 
   const TransformKind kind;
   const UINT pinnedAdapter;
+  const UINT32 slicelessAfter;  // from the machine description; 0: never
   IMFAttributes* attributes;  // one reference; the transform's attribute store
 
   std::mutex mutex;  // everything below
@@ -137,6 +138,8 @@ class H264Transform final : public ComObject, public IMFTransform, public ICodec
   ID3D11Device* managerDevice = nullptr;
   std::unique_ptr<video::H264Encoder> codec;
   bool keyFramePending = false;
+  UINT64 picturesEncoded = 0;
+  std::vector<BYTE> parameterSets;  // the last SPS and PPS written, Annex B
   bool streaming = false;
   bool draining = false;
   std::deque<EncodedOutput> outputs;  // ready; for the async kind, announced by METransformHaveOutput

@@ -40,25 +40,48 @@ bool readTexture(ID3D11Texture2D* texture, UINT32 width, UINT32 height, std::vec
   return true;
 }
 
-// Annex B to 4-byte big-endian length prefixes.
-std::vector<BYTE> lengthPrefixed(const std::vector<BYTE>& annexB) {
-  std::vector<size_t> starts;  // where each NAL unit's header byte is
-  std::vector<size_t> codes;   // where its start code begins
+// Where each NAL unit of Annex B bytes starts (its start code) and where its header byte is.
+struct NalPlace {
+  size_t code;
+  size_t header;
+};
+
+std::vector<NalPlace> nalPlaces(const std::vector<BYTE>& annexB) {
+  std::vector<NalPlace> places;
   for (size_t i = 0; i + 2 < annexB.size(); ++i) {
     if (annexB[i] == 0 && annexB[i + 1] == 0 && annexB[i + 2] == 1) {
-      codes.push_back(i > 0 && annexB[i - 1] == 0 ? i - 1 : i);
-      starts.push_back(i + 3);
+      places.push_back({i > 0 && annexB[i - 1] == 0 ? i - 1 : i, i + 3});
       i += 2;
     }
   }
+  return places;
+}
+
+// The SPS and PPS units of Annex B bytes, with their start codes; empty if there are none.
+std::vector<BYTE> parameterSetsIn(const std::vector<BYTE>& annexB) {
+  std::vector<NalPlace> places = nalPlaces(annexB);
+  std::vector<BYTE> sets;
+  for (size_t k = 0; k < places.size(); ++k) {
+    if (places[k].header >= annexB.size()) continue;
+    BYTE type = annexB[places[k].header] & 0x1F;
+    if (type != 7 && type != 8) continue;
+    size_t end = k + 1 < places.size() ? places[k + 1].code : annexB.size();
+    sets.insert(sets.end(), annexB.begin() + long(places[k].code), annexB.begin() + long(end));
+  }
+  return sets;
+}
+
+// Annex B to 4-byte big-endian length prefixes.
+std::vector<BYTE> lengthPrefixed(const std::vector<BYTE>& annexB) {
+  std::vector<NalPlace> places = nalPlaces(annexB);
   std::vector<BYTE> out;
-  out.reserve(annexB.size() + starts.size());
-  for (size_t k = 0; k < starts.size(); ++k) {
-    size_t end = k + 1 < starts.size() ? codes[k + 1] : annexB.size();
-    uint32_t length = uint32_t(end - starts[k]);
+  out.reserve(annexB.size() + places.size());
+  for (size_t k = 0; k < places.size(); ++k) {
+    size_t end = k + 1 < places.size() ? places[k + 1].code : annexB.size();
+    uint32_t length = uint32_t(end - places[k].header);
     BYTE prefix[4] = {BYTE(length >> 24), BYTE(length >> 16), BYTE(length >> 8), BYTE(length)};
     out.insert(out.end(), prefix, prefix + 4);
-    out.insert(out.end(), annexB.begin() + long(starts[k]), annexB.begin() + long(end));
+    out.insert(out.end(), annexB.begin() + long(places[k].header), annexB.begin() + long(end));
   }
   return out;
 }
@@ -75,16 +98,24 @@ HRESULT H264Transform::readPicture(IMFSample* sample, std::vector<BYTE>& nv12) {
   size_t expected = size_t(format.width) * format.height * 3 / 2;
   if (buffers.empty()) {
     hr = E_INVALIDARG;
-  } else if (IUnknown* surface = surfaceOf(buffers[0])) {
-    ID3D11Texture2D* texture = static_cast<ID3D11Texture2D*>(surface);
-    if (async()) {
-      // The hardware encoder reads only textures of the device its manager holds.
+  } else if (async() && surfaceOf(buffers[0]) != nullptr) {
+    // The hardware encoder reaches the texture as a D3D-aware transform does, through the
+    // buffer's IMFDXGIBuffer, and reads only textures of the device its manager holds.
+    IMFDXGIBuffer* dxgi = nullptr;
+    ID3D11Texture2D* texture = nullptr;
+    hr = buffers[0]->QueryInterface(IID_IMFDXGIBuffer, reinterpret_cast<void**>(&dxgi));
+    if (SUCCEEDED(hr)) hr = dxgi->GetResource(IID_ID3D11Texture2D, reinterpret_cast<void**>(&texture));
+    if (SUCCEEDED(hr)) {
       ID3D11Device* device = nullptr;
       texture->GetDevice(&device);
       if (device == nullptr || device != managerDevice) hr = E_INVALIDARG;
       if (device != nullptr) device->Release();
     }
     if (SUCCEEDED(hr) && !readTexture(texture, format.width, format.height, nv12)) hr = E_INVALIDARG;
+    if (texture != nullptr) texture->Release();
+    if (dxgi != nullptr) dxgi->Release();
+  } else if (IUnknown* surface = surfaceOf(buffers[0])) {
+    if (!readTexture(static_cast<ID3D11Texture2D*>(surface), format.width, format.height, nv12)) hr = E_INVALIDARG;
   } else if (!readValidBytes(buffers[0], nv12) || nv12.size() < expected) {
     hr = E_INVALIDARG;
   }
@@ -122,6 +153,9 @@ HRESULT H264Transform::encode(IMFSample* sample, EncodedOutput& output) {
   picture.chromaPitch = format.width;
   bool keyFrame = false;
   if (!codec->encode(picture, output.bytes, keyFrame)) return E_FAIL;
+  if (keyFrame) parameterSets = parameterSetsIn(output.bytes);
+  // A machine whose driver loses its slices: the parameter sets come, the picture doesn't.
+  if (slicelessAfter != 0 && ++picturesEncoded > slicelessAfter) output.bytes = parameterSets;
   frame(output.bytes);
   output.timed = timesOf(sample, &output.time, &output.duration);
   return S_OK;

@@ -167,6 +167,15 @@ TEST_F(MfEncoderTest, RecordsWhyTheHardwareTransformWasRefused) {
   EXPECT_EQ(threadLastFailure, "MF async unlock failed (hr=0x80070005)");
 }
 
+TEST_F(MfEncoderTest, TreatsATransformWithoutAttributesAsSynchronous) {
+  // The hardware transform then stays locked, and refuses the device manager as Windows does.
+  useMachine(mfMachine(false, false, true));
+  control::failOnce("IMFTransform::GetAttributes", E_NOTIMPL);
+  EXPECT_FALSE(initEncoder());
+  EXPECT_EQ(threadLastFailure, "MF set D3D manager failed (hr=0xc00d6d77)");
+  EXPECT_EQ(control::callCount("IMFAttributes::SetUINT32"), 0u);
+}
+
 TEST_F(MfEncoderTest, StartupFailureRecordsNothingAndUndoesCom) {
   useMachine(mfMachine(true, false, false));
   threadLastFailure = "stale";
@@ -177,6 +186,16 @@ TEST_F(MfEncoderTest, StartupFailureRecordsNothingAndUndoesCom) {
   EXPECT_EQ(control::threadApartmentCount(), 1) << "held until the encoder goes";
   encoder.reset();
   EXPECT_EQ(control::threadApartmentCount(), 0);
+}
+
+TEST_F(MfEncoderTest, JoinsTheThreadsMultithreadedApartmentAndLeavesItAgain) {
+  ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  EXPECT_EQ(control::threadApartmentCount(), 2) << "S_FALSE counts and is undone";
+  encoder.reset();
+  EXPECT_EQ(control::threadApartmentCount(), 1);
+  CoUninitialize();
 }
 
 TEST_F(MfEncoderTest, LeavesAThreadInAnotherApartmentAsItWas) {
@@ -219,9 +238,11 @@ TEST_P(MfEncoderKindTest, KeyFramesComeAtTheStartOnRequestAndOncePerSecond) {
   ASSERT_TRUE(initEncoder(10)) << threadLastFailure;
   std::vector<bool> keyFrames;
   std::vector<uint8_t> stream = encodeFrames(4, &keyFrames);
+  EXPECT_EQ(control::callCount("ICodecAPI::SetValue"), 1u) << "a new encoder asks for its first picture";
   encoder->requestKeyFrame();
   encoder->requestKeyFrame();  // one flag, not a count
   encodeFrames(10, &keyFrames);
+  EXPECT_EQ(control::callCount("ICodecAPI::SetValue"), 2u);
   // 0: the first picture; 4: requested; 14: ten pictures at 10 fps after the requested one.
   encodeFrames(2, &keyFrames);
   std::vector<bool> expected(16, false);
@@ -257,6 +278,21 @@ INSTANTIATE_TEST_SUITE_P(EachTransform, MfEncoderKindTest,
                            return std::string();
                          });
 
+TEST_P(MfEncoderKindTest, AMachineThatLosesSlicesStillGivesParameterSets) {
+  control::MachineDescription machine = machineWith(GetParam());
+  machine.mfSlicelessAfter = 3;
+  useMachine(machine);
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  std::vector<uint8_t> good = encodeFrames(3);
+  EXPECT_EQ(scanAnnexB(good.data(), good.size()).size(), 5u) << "SPS, PPS, IDR, two P";
+  for (int i = 0; i < 3; ++i) {
+    std::vector<uint8_t> bytes = encodeFrames(1);
+    std::vector<uint8_t> types;
+    for (const NalUnit& unit : scanAnnexB(bytes.data(), bytes.size())) types.push_back(unit.type);
+    EXPECT_EQ(types, (std::vector<uint8_t>{kNalSps, kNalPps})) << "picture " << 3 + i;
+  }
+}
+
 TEST_F(MfEncoderTest, RefusesWithoutAnInitOrATexture) {
   useMachine(mfMachine(true, false, false));
   Nv12Frame frame{int(kWidth), int(kHeight)};
@@ -276,6 +312,73 @@ TEST_F(MfEncoderTest, RunsAtOneFrameASecondWhenGivenNoRate) {
   std::vector<bool> keyFrames;
   encodeFrames(3, &keyFrames);
   EXPECT_EQ(keyFrames, (std::vector<bool>{true, true, true})) << "a key frame every picture at 1 fps";
+}
+
+// --- Input ---
+
+TEST_F(MfEncoderTest, ReadsTheFrameLoopsReadbackTextureWithoutACopy) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  Nv12Frame frame{int(kWidth), int(kHeight)};
+  drawDesktop(frame, 3);
+  CountedRef<ID3D11Texture2D> source = nv12Texture(context->device.get(), context->context.get(), frame);
+  CountedRef<ID3D11Texture2D> readback =
+      makeTexture(context->device.get(), stagingDesc(kWidth, kHeight, DXGI_FORMAT_NV12, D3D11_CPU_ACCESS_READ));
+  context->context->CopyResource(readback.get(), source.get());
+  control::resetCallCounts();
+  std::vector<uint8_t> out;
+  ASSERT_TRUE(encoder->encode(readback.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("ID3D11Device::CreateTexture2D"), 0u);
+  H264Decoder decoder;
+  std::vector<DecodedPicture> pictures;
+  ASSERT_TRUE(decoder.decodeStream(out, pictures)) << decoder.error();
+  ASSERT_EQ(pictures.size(), 1u);
+  EXPECT_GE(psnrY(frame, pictures[0]), 35.0);
+}
+
+TEST_F(MfEncoderTest, ReportsAPictureThatCannotBeMappedWithItsOwnCode) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  control::failOnce("ID3D11DeviceContext::Map", DXGI_ERROR_DEVICE_REMOVED);
+  std::vector<uint8_t> out;
+  EXPECT_FALSE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(threadLastFailure, "MF encoder failed to map NV12 texture (hr=0x80004005)");
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 0u);
+}
+
+TEST_F(MfEncoderTest, KeepsOneInputTextureForAllPicturesOnTheGpu) {
+  useMachine(mfMachine(false, false, true));
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  std::vector<CountedRef<ID3D11Texture2D>> textures;
+  for (int i = 0; i < 4; ++i) textures.push_back(picture(i));
+  control::resetCallCounts();
+  for (auto& texture : textures) {
+    std::vector<uint8_t> out;
+    ASSERT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  }
+  EXPECT_EQ(control::callCount("ID3D11Device::CreateTexture2D"), 1u);
+  EXPECT_EQ(control::callCount("MFCreateDXGISurfaceBuffer"), 4u);
+  EXPECT_EQ(control::callCount("MFCreateMemoryBuffer"), 0u) << "the transform provides its output samples";
+
+  control::failOnce("MFCreateDXGISurfaceBuffer", E_OUTOFMEMORY);
+  std::vector<uint8_t> out;
+  EXPECT_FALSE(encoder->encode(textures[0].get(), &out, nullptr));
+  EXPECT_EQ(threadLastFailure, "MFCreateDXGISurfaceBuffer failed (hr=0x8007000e)");
+}
+
+TEST_F(MfEncoderTest, StopsWaitingForTheGpuAfterFiveHundredPolls) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  control::failTimes("ID3D11DeviceContext::GetData", S_FALSE, 0);
+  std::vector<uint8_t> out;
+  auto started = std::chrono::steady_clock::now();
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(500));
+  EXPECT_FALSE(out.empty()) << "the picture isn't lost to the wait";
+  EXPECT_EQ(control::callCount("ID3D11DeviceContext::GetData"), 500u);
+  EXPECT_EQ(threadLastFailure, "MF GPU wait timed out (hr=0x80004005)");
 }
 
 // --- The synchronous path ---
@@ -409,14 +512,20 @@ TEST_F(MfEncoderTest, StopsCollectingOutputAfterFiveSecondsWithoutFailing) {
   EXPECT_TRUE(keyFrame) << "the first picture's IDR arrives with the second call";
 }
 
-TEST_F(MfEncoderTest, ReadsOnlyEightEventsInOnePump) {
+TEST_F(MfEncoderTest, KeepsCollectingAfterTheTransformReportsAnErrorAndThenGivesTheTimeUp) {
   useMachine(mfMachine(false, false, true));
   ASSERT_TRUE(initEncoder()) << threadLastFailure;
-  encodeFrames(1);
-  control::resetCallCounts();
-  encodeFrames(1);
-  // One pump before the input finds nothing; the collecting pumps read HaveOutput and NeedInput.
-  EXPECT_LE(control::callCount("IMFMediaEventGenerator::GetEvent"), 8u);
+  // The transform can't reach the picture it took and says so with MEError; the clock runs out
+  // 5 s after the input, some 200 polls later.
+  control::failOnce("IMFDXGIBuffer::GetResource", E_OUTOFMEMORY);
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  control::planFault({"GetTickCount", 1000, 0, 200, 0, true});
+  control::planFault({"GetTickCount", 6000, 200, 0, 0, true});
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr)) << "the picture went in";
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(threadLastFailure, "MF transform reported MEError (hr=0x80004005)");
+  EXPECT_EQ(control::callCount("GetTickCount"), 201u) << "pumping went on until the time was up";
 }
 
 }  // namespace

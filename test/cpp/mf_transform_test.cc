@@ -11,6 +11,7 @@
 #include <wmcodecdsp.h>
 
 #include <chrono>
+#include <cstddef>
 #include <thread>
 #include <vector>
 
@@ -23,6 +24,13 @@ namespace control = platform::control;
 using namespace testing_support;
 
 namespace {
+
+// The x64 layouts the SDK gives these structures, which a transform and its client share.
+static_assert(sizeof(VARIANT) == 24 && offsetof(VARIANT, ulVal) == 8);
+static_assert(sizeof(MFT_OUTPUT_DATA_BUFFER) == 32 && offsetof(MFT_OUTPUT_DATA_BUFFER, pSample) == 8 &&
+              offsetof(MFT_OUTPUT_DATA_BUFFER, pEvents) == 24);
+static_assert(sizeof(MFT_OUTPUT_STREAM_INFO) == 12 && sizeof(MFT_INPUT_STREAM_INFO) == 24);
+static_assert(sizeof(MFT_REGISTER_TYPE_INFO) == 32);
 
 constexpr UINT32 kWidth = 64;
 constexpr UINT32 kHeight = 48;

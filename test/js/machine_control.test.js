@@ -18,6 +18,7 @@ test('a machine set from JavaScript reads back as it was set, and reset restores
     mfSoftwareTransforms: true,
     mfHardwareTransform: true,
     mfHardwareAdapter: 1,
+    mfSlicelessAfter: 5,
   };
   control.setMachine(machine);
   assert.deepStrictEqual(control.currentMachine(), machine);
