@@ -59,8 +59,9 @@ class Session {
   void refreshCounts();
 };
 
-// The registry of open sessions, in opening order.
-void* addSession(std::shared_ptr<Session> session);
+// The registry of open sessions, in opening order. Adding gives the handle, or null when
+// `limit` sessions (0: no limit) are open already.
+void* addSession(std::shared_ptr<Session> session, uint32_t limit);
 std::shared_ptr<Session> findSession(void* handle);
 std::shared_ptr<Session> removeSession(void* handle);
 

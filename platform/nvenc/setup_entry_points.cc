@@ -33,8 +33,10 @@ NVENCSTATUS NVENCAPI openEncodeSessionEx(NV_ENC_OPEN_ENCODE_SESSION_EX_PARAMS* p
   // Only NVIDIA's own GPUs have the encoder; a device of another vendor's adapter has none.
   if (device->adapter() == nullptr || device->adapter()->description().vendorId != 0x10DE)
     return NV_ENC_ERR_UNSUPPORTED_DEVICE;
-  *encoder = addSession(std::make_shared<Session>(device, params->apiVersion));
-  return NV_ENC_SUCCESS;
+  // Past the system's session limit the driver answers as if out of memory.
+  *encoder = addSession(std::make_shared<Session>(device, params->apiVersion),
+                        control::currentMachine().nvencSessionLimit);
+  return *encoder != nullptr ? NV_ENC_SUCCESS : NV_ENC_ERR_OUT_OF_MEMORY;
 }
 
 NVENCSTATUS fillPresetConfig(void* encoder, const GUID& encodeGUID, const GUID& presetGUID, NV_ENC_TUNING_INFO tuning,

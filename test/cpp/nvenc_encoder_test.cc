@@ -464,6 +464,24 @@ TEST_F(NvencEncoderTest, DevicesOfOtherVendorsHaveNoEncoder) {
   EXPECT_EQ(control::callCount("nvEncOpenEncodeSessionEx"), 7u);
 }
 
+// A board that allows one session at a time refuses a second one until the first is gone.
+TEST_F(NvencEncoderTest, SessionLimitOfTheBoard) {
+  control::MachineDescription machine = control::defaultMachine();
+  machine.nvencSessionLimit = 1;
+  control::setMachine(machine);
+  std::unique_ptr<D3DContext> d3d = nvidiaContext();
+  auto first = std::make_unique<NvencEncoder>();
+  ASSERT_TRUE(first->init(d3d.get(), kWidth, kHeight, 30, kBitrate)) << threadLastFailure;
+  {
+    NvencEncoder second;
+    EXPECT_FALSE(second.init(d3d.get(), kWidth, kHeight, 30, kBitrate));
+    EXPECT_EQ(threadLastFailure, "NVENC open encode session failed (status=10)");
+  }
+  first.reset();
+  NvencEncoder third;
+  EXPECT_TRUE(third.init(d3d.get(), kWidth, kHeight, 30, kBitrate)) << threadLastFailure;
+}
+
 TEST_F(NvencEncoderTest, RefusedConfigurationFallsBackToThePresetsOwn) {
   std::unique_ptr<D3DContext> d3d = nvidiaContext();
   control::failOnce("nvEncInitializeEncoder", NV_ENC_ERR_INVALID_PARAM);
