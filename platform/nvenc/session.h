@@ -78,6 +78,16 @@ NVENCSTATUS plannedStatus(const char* call);
 // The same for a call on a session: a planned failure is also the session's last error.
 NVENCSTATUS plannedStatus(const char* call, void* encoder);
 
+// Entries of the function table that live in files of their own.
+NVENCSTATUS NVENCAPI initializeEncoderEntry(void* encoder, NV_ENC_INITIALIZE_PARAMS* params);
+NVENCSTATUS NVENCAPI registerResource(void* encoder, NV_ENC_REGISTER_RESOURCE* params);
+NVENCSTATUS NVENCAPI unregisterResource(void* encoder, NV_ENC_REGISTERED_PTR registered);
+NVENCSTATUS NVENCAPI mapInputResource(void* encoder, NV_ENC_MAP_INPUT_RESOURCE* params);
+NVENCSTATUS NVENCAPI unmapInputResource(void* encoder, NV_ENC_INPUT_PTR mapped);
+NVENCSTATUS NVENCAPI encodePicture(void* encoder, NV_ENC_PIC_PARAMS* params);
+NVENCSTATUS NVENCAPI lockBitstream(void* encoder, NV_ENC_LOCK_BITSTREAM* params);
+NVENCSTATUS NVENCAPI unlockBitstream(void* encoder, NV_ENC_OUTPUT_PTR bitstreamBuffer);
+
 // The function table as this driver fills it.
 void fillFunctionList(NV_ENCODE_API_FUNCTION_LIST* list);
 

@@ -152,15 +152,6 @@ const bool kLibraryInstalled = [] {
 
 }  // namespace
 
-NVENCSTATUS NVENCAPI initializeEncoderEntry(void* encoder, NV_ENC_INITIALIZE_PARAMS* params);
-NVENCSTATUS NVENCAPI registerResource(void* encoder, NV_ENC_REGISTER_RESOURCE* params);
-NVENCSTATUS NVENCAPI unregisterResource(void* encoder, NV_ENC_REGISTERED_PTR registered);
-NVENCSTATUS NVENCAPI mapInputResource(void* encoder, NV_ENC_MAP_INPUT_RESOURCE* params);
-NVENCSTATUS NVENCAPI unmapInputResource(void* encoder, NV_ENC_INPUT_PTR mapped);
-NVENCSTATUS NVENCAPI encodePicture(void* encoder, NV_ENC_PIC_PARAMS* params);
-NVENCSTATUS NVENCAPI lockBitstream(void* encoder, NV_ENC_LOCK_BITSTREAM* params);
-NVENCSTATUS NVENCAPI unlockBitstream(void* encoder, NV_ENC_OUTPUT_PTR bitstreamBuffer);
-
 // The entries this driver has; the others stay null, as the slots of functions a driver lacks.
 void fillFunctionList(NV_ENCODE_API_FUNCTION_LIST* list) {
   std::vector<std::string> missing = control::currentMachine().nvencMissingFunctions;
