@@ -76,9 +76,11 @@ class NvencEncoderTest : public testing_support::GpuTest {
     std::unique_ptr<D3DContext> d3d = nvidiaContext();
     NvencEncoder encoder;
     threadLastFailure = "left over";
-    EXPECT_FALSE(encoder.init(d3d.get(), kWidth, kHeight, fps, kBitrate));
+    bool initialised = encoder.init(d3d.get(), kWidth, kHeight, fps, kBitrate);
+    std::string failure = threadLastFailure;
+    EXPECT_FALSE(initialised);
     EXPECT_EQ(control::nvencOpenSessionCount(), 0);
-    return threadLastFailure;
+    return failure;
   }
 
   control::NvencSessionInfo onlySession() {
