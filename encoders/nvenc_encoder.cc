@@ -82,7 +82,7 @@ bool NvencEncoder::init(D3DContext* context, uint32_t pictureWidth, uint32_t pic
   fps = frameRate == 0 ? 1 : frameRate;
   bitrate = bitsPerSecond;
   threadLastFailure.clear();
-  if (d3d == nullptr || !d3d->device) return false;
+  if (d3d == nullptr || !d3d->device) return false;  // no device to open a session on
 
   if (!loadFunctionList() || !openSession()) return false;
   bool presetWorked = false;

@@ -39,6 +39,9 @@ struct MachineDescription {
   // Bytes of each picture's bitstream that the NVENC driver hands out, the rest cut off; 0: all.
   // A stand-in for a driver whose output comes short or empty.
   uint32_t nvencBitstreamLimit = 0;
+  // Encode sessions the driver allows open at once across the system, as consumer boards limit
+  // them; 0: no limit.
+  uint32_t nvencSessionLimit = 0;
   // The Media Foundation H.264 encoder transforms that exist.
   bool mfSoftwareClass = true;      // the software encoder, created by its CLSID (synchronous)
   bool mfSoftwareTransforms = false;  // software transforms found by enumeration (synchronous)

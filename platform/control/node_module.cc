@@ -129,7 +129,7 @@ bool optionalBool(const Napi::Object& object, const char* key, bool fallback) {
 // setMachine({ adapters: [{ vendorId, deviceId, description, outputs: [{ width, height, left, top }] }],
 //              display, refreshRate, nvencInstalled, mfSoftwareClass, mfSoftwareTransforms,
 //              mfHardwareTransform, mfHardwareAdapter, mfSlicelessAfter, nvencApiVersion,
-//              nvencMissingFunctions: [name, ...], nvencBitstreamLimit })
+//              nvencMissingFunctions: [name, ...], nvencBitstreamLimit, nvencSessionLimit })
 Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   Napi::Env env = info.Env();
   if (info.Length() < 1 || !info[0].IsObject() || !info[0].As<Napi::Object>().Get("adapters").IsArray()) {
@@ -176,6 +176,7 @@ Napi::Value SetMachine(const Napi::CallbackInfo& info) {
   // The NVENC driver: its API version and the table entries it lacks.
   machine.nvencApiVersion = optionalUint(description, "nvencApiVersion", machine.nvencApiVersion);
   machine.nvencBitstreamLimit = optionalUint(description, "nvencBitstreamLimit", machine.nvencBitstreamLimit);
+  machine.nvencSessionLimit = optionalUint(description, "nvencSessionLimit", machine.nvencSessionLimit);
   if (description.Get("nvencMissingFunctions").IsArray()) {
     Napi::Array missing = description.Get("nvencMissingFunctions").As<Napi::Array>();
     for (uint32_t i = 0; i < missing.Length(); ++i)

@@ -59,8 +59,9 @@ class Session {
   void refreshCounts();
 };
 
-// The registry of open sessions, in opening order.
-void* addSession(std::shared_ptr<Session> session);
+// The registry of open sessions, in opening order. Adding gives the handle, or null when
+// `limit` sessions (0: no limit) are open already.
+void* addSession(std::shared_ptr<Session> session, uint32_t limit);
 std::shared_ptr<Session> findSession(void* handle);
 std::shared_ptr<Session> removeSession(void* handle);
 
@@ -76,6 +77,16 @@ const char* statusName(NVENCSTATUS status);
 NVENCSTATUS plannedStatus(const char* call);
 // The same for a call on a session: a planned failure is also the session's last error.
 NVENCSTATUS plannedStatus(const char* call, void* encoder);
+
+// Entries of the function table that live in files of their own.
+NVENCSTATUS NVENCAPI initializeEncoderEntry(void* encoder, NV_ENC_INITIALIZE_PARAMS* params);
+NVENCSTATUS NVENCAPI registerResource(void* encoder, NV_ENC_REGISTER_RESOURCE* params);
+NVENCSTATUS NVENCAPI unregisterResource(void* encoder, NV_ENC_REGISTERED_PTR registered);
+NVENCSTATUS NVENCAPI mapInputResource(void* encoder, NV_ENC_MAP_INPUT_RESOURCE* params);
+NVENCSTATUS NVENCAPI unmapInputResource(void* encoder, NV_ENC_INPUT_PTR mapped);
+NVENCSTATUS NVENCAPI encodePicture(void* encoder, NV_ENC_PIC_PARAMS* params);
+NVENCSTATUS NVENCAPI lockBitstream(void* encoder, NV_ENC_LOCK_BITSTREAM* params);
+NVENCSTATUS NVENCAPI unlockBitstream(void* encoder, NV_ENC_OUTPUT_PTR bitstreamBuffer);
 
 // The function table as this driver fills it.
 void fillFunctionList(NV_ENCODE_API_FUNCTION_LIST* list);

@@ -57,9 +57,10 @@ void Session::refreshCounts() {
       std::count_if(buffers.begin(), buffers.end(), [](const auto& entry) { return entry.second->locked; }));
 }
 
-void* addSession(std::shared_ptr<Session> session) {
+void* addSession(std::shared_ptr<Session> session, uint32_t limit) {
   SessionTable& t = table();
   std::lock_guard<std::mutex> lock(t.mutex);
+  if (limit != 0 && t.sessions.size() >= limit) return nullptr;
   void* handle = session.get();
   t.sessions.push_back(std::move(session));
   return handle;

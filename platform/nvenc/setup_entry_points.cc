@@ -33,8 +33,10 @@ NVENCSTATUS NVENCAPI openEncodeSessionEx(NV_ENC_OPEN_ENCODE_SESSION_EX_PARAMS* p
   // Only NVIDIA's own GPUs have the encoder; a device of another vendor's adapter has none.
   if (device->adapter() == nullptr || device->adapter()->description().vendorId != 0x10DE)
     return NV_ENC_ERR_UNSUPPORTED_DEVICE;
-  *encoder = addSession(std::make_shared<Session>(device, params->apiVersion));
-  return NV_ENC_SUCCESS;
+  // Past the system's session limit the driver answers as if out of memory.
+  *encoder = addSession(std::make_shared<Session>(device, params->apiVersion),
+                        control::currentMachine().nvencSessionLimit);
+  return *encoder != nullptr ? NV_ENC_SUCCESS : NV_ENC_ERR_OUT_OF_MEMORY;
 }
 
 NVENCSTATUS fillPresetConfig(void* encoder, const GUID& encodeGUID, const GUID& presetGUID, NV_ENC_TUNING_INFO tuning,
@@ -149,15 +151,6 @@ const bool kLibraryInstalled = [] {
 }();
 
 }  // namespace
-
-NVENCSTATUS NVENCAPI initializeEncoderEntry(void* encoder, NV_ENC_INITIALIZE_PARAMS* params);
-NVENCSTATUS NVENCAPI registerResource(void* encoder, NV_ENC_REGISTER_RESOURCE* params);
-NVENCSTATUS NVENCAPI unregisterResource(void* encoder, NV_ENC_REGISTERED_PTR registered);
-NVENCSTATUS NVENCAPI mapInputResource(void* encoder, NV_ENC_MAP_INPUT_RESOURCE* params);
-NVENCSTATUS NVENCAPI unmapInputResource(void* encoder, NV_ENC_INPUT_PTR mapped);
-NVENCSTATUS NVENCAPI encodePicture(void* encoder, NV_ENC_PIC_PARAMS* params);
-NVENCSTATUS NVENCAPI lockBitstream(void* encoder, NV_ENC_LOCK_BITSTREAM* params);
-NVENCSTATUS NVENCAPI unlockBitstream(void* encoder, NV_ENC_OUTPUT_PTR bitstreamBuffer);
 
 // The entries this driver has; the others stay null, as the slots of functions a driver lacks.
 void fillFunctionList(NV_ENCODE_API_FUNCTION_LIST* list) {
