@@ -122,6 +122,7 @@ WgcWindowCapture::~WgcWindowCapture() {
   stop();
   objects.reset();
   frameTexture.reset();
+  if (enteredApartment) CoUninitialize();
 }
 
 bool WgcWindowCapture::init(D3DContext* context, const StartOptions& options) {
@@ -136,8 +137,11 @@ bool WgcWindowCapture::init(D3DContext* context, const StartOptions& options) {
     return false;
   }
   try {
-    // The worker stays in the multithreaded apartment: no CoUninitialize belongs to this.
+    // The source leaves the apartment as it entered it, in its destructor on the same worker:
+    // a worker that ended inside it would leave the process's apartment count one higher for
+    // every window session of a long-lived host.
     check(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    enteredApartment = true;
     auto fresh = std::make_unique<WgcObjects>();
     auto interop =
         activationFactory<IGraphicsCaptureItemInterop>(RuntimeClass_Windows_Graphics_Capture_GraphicsCaptureItem);

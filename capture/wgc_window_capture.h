@@ -39,5 +39,6 @@ class WgcWindowCapture : public CaptureSource {
   // Set by the platform's thread when a frame arrives, cleared by the worker.
   std::atomic<bool> frameReady{false};
   bool started = false;
+  bool enteredApartment = false;
   std::unique_ptr<WgcObjects> objects;
 };

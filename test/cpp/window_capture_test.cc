@@ -306,7 +306,7 @@ TEST_F(WindowCapture, AStopFailureIsLoggedAndNothingOutlivesTheSource) {
   EXPECT_EQ(control::liveObjectCount("IGraphicsCaptureSession"), 0);
 }
 
-TEST_F(WindowCapture, TheWorkerStaysInOneApartmentAndStringsAndObjectsAreGivenBack) {
+TEST_F(WindowCapture, TheSourceLeavesTheApartmentItEnteredAndGivesBackStringsAndObjects) {
   uint64_t window = control::openWindow(16, 16, kRed);
   const int processBefore = control::processApartmentCount();
   const int64_t objectsBefore = control::totalLiveObjects();
@@ -317,9 +317,9 @@ TEST_F(WindowCapture, TheWorkerStaysInOneApartmentAndStringsAndObjectsAreGivenBa
       int64_t timestamp = 0;
       EXPECT_TRUE(waitForFrame(*source, texture, timestamp));
       EXPECT_EQ(control::liveStringCount(), 0) << "class names are deleted after activation";
+      EXPECT_EQ(control::threadApartmentCount(), 1) << "init enters the multithreaded apartment once";
     }
-    EXPECT_EQ(control::threadApartmentCount(), 1) << "init enters the multithreaded apartment once";
-    CoUninitialize();
+    EXPECT_EQ(control::threadApartmentCount(), 0) << "and the source's end leaves it";
   });
   worker.join();
   EXPECT_EQ(control::processApartmentCount(), processBefore);
