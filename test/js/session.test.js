@@ -140,6 +140,20 @@ test('Media Foundation runs where NVENC cannot, and NVENC takes over when it giv
   assert.strictEqual(kestrane.getMetrics().encoderName, 'mf-h264');
   assert.ok(lastPicture(datagrams, 96).width === 320);
   assert.ok(control.debugOutput().some((line) => line.includes('Using MF H264 encoder')));
+
+  // A transform that stops giving slices: at the fifth such output the session moves to NVENC,
+  // which starts with a key frame, and the stream goes on decodable.
+  control.reset();
+  control.setMachine({ ...control.currentMachine(), mfSlicelessAfter: 4 });
+  datagrams = await stream({ encoder: 'mf-h264' }, 1500);
+  const lines = control.debugOutput();
+  assert.ok(lines.some((line) => line.includes('H264 output from mf-h264 has no slice NAL')));
+  assert.ok(lines.some((line) => line.endsWith('[kestrane-win] Switched from MF to NVENC encoder\n')));
+  assert.strictEqual(kestrane.getMetrics().encoderName, 'nvenc');
+  const { units } = assemble(datagrams, 96);
+  const afterSwitch = units.findIndex((unit, i) => i > 0 && unit.keyFrame);
+  assert.ok(afterSwitch > 0, 'NVENC began with a key frame');
+  assert.strictEqual(lastPicture(datagrams, 96).width, 320);
 });
 
 test('frames that come too late, fail to encode or fail to send are dropped and counted', async () => {
