@@ -26,15 +26,7 @@ bool MfH264Encoder::createInputSample(ID3D11Texture2D* texture, CountedRef<IMFSa
 bool MfH264Encoder::addGpuBuffer(ID3D11Texture2D* texture, IMFSample* sample) {
   if (d3d == nullptr || !d3d->device || !d3d->context) return false;
   if (!inputTexture) {
-    D3D11_TEXTURE2D_DESC desc = {};
-    desc.Width = width;
-    desc.Height = height;
-    desc.MipLevels = 1;
-    desc.ArraySize = 1;
-    desc.Format = DXGI_FORMAT_NV12;
-    desc.SampleDesc.Count = 1;
-    desc.Usage = D3D11_USAGE_DEFAULT;
-    desc.BindFlags = D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET;
+    D3D11_TEXTURE2D_DESC desc = nv12TextureDesc(width, height);
     HRESULT hr = d3d->device->CreateTexture2D(&desc, nullptr, inputTexture.put());
     if (FAILED(hr)) {
       logFailureLimited("MF encoder CreateTexture2D NV12 input failed", hr);

@@ -23,18 +23,7 @@ constexpr uint32_t kTinyBitstreamBytes = 256;
 
 bool NvencEncoder::prepareInputTexture(ID3D11Texture2D* texture) {
   if (!inputTexture) {
-    D3D11_TEXTURE2D_DESC desc{};
-    desc.Width = width;
-    desc.Height = height;
-    desc.MipLevels = 1;
-    desc.ArraySize = 1;
-    desc.Format = DXGI_FORMAT_NV12;
-    desc.SampleDesc.Count = 1;
-    desc.SampleDesc.Quality = 0;
-    desc.Usage = D3D11_USAGE_DEFAULT;
-    desc.BindFlags = D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET;
-    desc.CPUAccessFlags = 0;
-    desc.MiscFlags = 0;
+    D3D11_TEXTURE2D_DESC desc = nv12TextureDesc(width, height);
     HRESULT hr = d3d->device->CreateTexture2D(&desc, nullptr, inputTexture.put());
     if (FAILED(hr)) {
       inputTexture.reset();

@@ -144,3 +144,19 @@ bool findNvidiaAdapter(CountedRef<IDXGIAdapter1>& adapter) {
   }
   return false;
 }
+
+D3D11_TEXTURE2D_DESC nv12TextureDesc(uint32_t width, uint32_t height) {
+  D3D11_TEXTURE2D_DESC desc = {};
+  desc.Width = width;
+  desc.Height = height;
+  desc.MipLevels = 1;
+  desc.ArraySize = 1;
+  desc.Format = DXGI_FORMAT_NV12;
+  desc.SampleDesc.Count = 1;
+  desc.SampleDesc.Quality = 0;
+  desc.Usage = D3D11_USAGE_DEFAULT;
+  desc.BindFlags = D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET;
+  desc.CPUAccessFlags = 0;
+  desc.MiscFlags = 0;
+  return desc;
+}

@@ -36,5 +36,9 @@ class D3DContext {
   uint32_t outputIndex = 0;
 };
 
+// An NV12 texture of the given size for the GPU alone (DEFAULT usage, shader resource and render
+// target, no CPU access): what the scaler writes and the encoders copy their input into.
+D3D11_TEXTURE2D_DESC nv12TextureDesc(uint32_t width, uint32_t height);
+
 // The first NVIDIA adapter in enumeration order. Logs nothing.
 bool findNvidiaAdapter(CountedRef<IDXGIAdapter1>& adapter);

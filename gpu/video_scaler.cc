@@ -78,18 +78,7 @@ bool VideoScaler::createObjects() {
     return false;
   }
 
-  D3D11_TEXTURE2D_DESC desc = {};
-  desc.Width = outputWidth;
-  desc.Height = outputHeight;
-  desc.MipLevels = 1;
-  desc.ArraySize = 1;
-  desc.Format = DXGI_FORMAT_NV12;
-  desc.SampleDesc.Count = 1;
-  desc.SampleDesc.Quality = 0;
-  desc.Usage = D3D11_USAGE_DEFAULT;
-  desc.BindFlags = D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET;
-  desc.CPUAccessFlags = 0;
-  desc.MiscFlags = 0;
+  D3D11_TEXTURE2D_DESC desc = nv12TextureDesc(outputWidth, outputHeight);
   if (FAILED(d3d->device->CreateTexture2D(&desc, nullptr, outputTexture.put()))) {
     logError("CreateTexture2D NV12 failed");
     return false;
