@@ -102,6 +102,32 @@ TEST_F(X11DesktopTest, TheMonitorSourceCapturesTheScreensPixelsAndOnlyWhenTheyCh
   }
 }
 
+TEST_F(X11DesktopTest, TheFirstFrameShowsARootBackgroundSetBeforeTheCaptureStarted) {
+  // The machine says its output is larger than the X screen: the screen's own size wins.
+  control::MachineDescription machine = smallDesktop(kWidth * 2 + 40, kHeight * 2 + 40);
+  machine.display = server->name();
+  control::setMachine(machine);
+  painter->setBackground(bgra(0x30, 0xB0, 0x50));
+
+  D3DContext d3d;
+  ASSERT_TRUE(d3d.createForGlobalOutput(0));
+  DxgiDuplicationCapture capture;
+  StartOptions options;
+  options.captureKind = CaptureKind::Screen;
+  ASSERT_TRUE(capture.init(&d3d, options));
+  capture.setFrameRate(60);
+  CountedRef<ID3D11Texture2D> slot;
+  int64_t timestamp = 0;
+  ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
+  capture.releaseFrame();
+  D3D11_TEXTURE2D_DESC desc{};
+  slot->GetDesc(&desc);
+  EXPECT_EQ(desc.Width, kWidth);
+  EXPECT_EQ(desc.Height, kHeight);
+  EXPECT_EQ(readPixels(d3d.device.get(), d3d.context.get(), slot.get()),
+            std::vector<uint32_t>(size_t(kWidth) * kHeight, bgra(0x30, 0xB0, 0x50)));
+}
+
 TEST_F(X11DesktopTest, AModeSetThroughTheControlInterfaceReopensTheCaptureAtThatSizeAndXErrorsAreSurvived) {
   painter->fill(bgra(90, 30, 60), 0, 0, kWidth, kHeight);
   D3DContext d3d;

@@ -91,6 +91,13 @@ void XPainter::fill(uint32_t colour, int x, int y, unsigned width, unsigned heig
   XSync(display, False);
 }
 
+void XPainter::setBackground(uint32_t colour) {
+  Window root = DefaultRootWindow(display);
+  XSetWindowBackground(display, root, colour & 0xFFFFFF);
+  XClearWindow(display, root);
+  XSync(display, False);
+}
+
 void XPainter::warpPointer(int x, int y) {
   XWarpPointer(display, None, DefaultRootWindow(display), 0, 0, 0, 0, x, y);
   XSync(display, False);

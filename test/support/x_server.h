@@ -43,6 +43,9 @@ class XPainter {
   // Fills a rectangle of the root window with `colour` (0xRRGGBB in the low bits), and waits until
   // the server has done it.
   void fill(uint32_t colour, int x, int y, unsigned width, unsigned height);
+  // Gives the root window a solid background of `colour` and clears it to that, as a desktop
+  // setter does, and waits until the server has done it.
+  void setBackground(uint32_t colour);
   // Moves the pointer to (x, y) of the screen.
   void warpPointer(int x, int y);
   // Sends a request the server refuses (BadWindow) and waits for the answer: without an error
