@@ -64,9 +64,10 @@ function pixel(picture, x, y) {
   return [picture.rgb[offset], picture.rgb[offset + 1], picture.rgb[offset + 2]];
 }
 
-// A private Xvfb on a display it picks itself; null where Xvfb is not installed.
+// A private Xvfb on a display it picks itself; null where Xvfb is not installed. It doesn't reset
+// when its last client leaves, so what a short-lived client like xsetroot drew stays.
 async function startXvfb(width, height) {
-  const server = spawn('Xvfb', ['-displayfd', '1', '-screen', '0', `${width}x${height}x24`, '-nolisten', 'tcp'],
+  const server = spawn('Xvfb', ['-displayfd', '1', '-screen', '0', `${width}x${height}x24`, '-nolisten', 'tcp', '-noreset'],
     { stdio: ['ignore', 'pipe', 'ignore'] });
   const failed = once(server, 'error').then(() => null);
   const number = new Promise((resolve) => {
