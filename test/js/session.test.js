@@ -134,6 +134,30 @@ test('bring-up failures throw their texts, and the next start works', async () =
   await collector.close();
 });
 
+test('a monitor on another vendor\'s adapter is encoded on the NVIDIA one beside it, or on its own without one', async () => {
+  const integrated = { vendorId: 0x8086, deviceId: 0x9a49, description: 'integrated', outputs: [{ width: 1280, height: 720 }] };
+  control.setMachine({ adapters: [integrated, { vendorId: 0x10de, deviceId: 0x2484, outputs: [] }] });
+  control.fillOutput(0, 0xff805020);
+  let datagrams = await stream({}, 400);
+  let lines = control.debugOutput();
+  assert.ok(lines.includes('[kestrane-win] Using NVIDIA adapter for encode path\n'));
+  assert.ok(lines.includes('[kestrane-win] Cross-adapter copy enabled for NVIDIA encode path\n'));
+  assert.strictEqual(kestrane.getMetrics().encoderName, 'nvenc');
+  assertClose(pixel(lastPicture(datagrams, 96), 160, 120), [0x80, 0x50, 0x20], 6, 'the copied frame');
+  assert.strictEqual(control.openHandleCount(), 0, 'the shared texture\'s handle is closed');
+
+  control.reset();
+  control.setMachine({ adapters: [integrated] });
+  control.fillOutput(0, 0xff805020);
+  datagrams = await stream({}, 400);
+  lines = control.debugOutput();
+  assert.ok(lines.includes('[kestrane-win][error] NVIDIA adapter not found\n'));
+  assert.ok(lines.includes('[kestrane-win] NVIDIA encode device unavailable, using capture adapter for encode\n'));
+  assert.ok(lines.includes('[kestrane-win] Skipping NVENC because encode device is not NVIDIA\n'));
+  assert.strictEqual(kestrane.getMetrics().encoderName, 'mf-h264');
+  assertClose(pixel(lastPicture(datagrams, 96), 160, 120), [0x80, 0x50, 0x20], 6, 'the frame encoded on the capture adapter');
+});
+
 test('Media Foundation runs where NVENC cannot, and NVENC takes over when it gives no pictures', async () => {
   control.setMachine({ ...control.currentMachine(), nvencInstalled: false });
   let datagrams = await stream({}, 400);
