@@ -21,8 +21,9 @@ struct DebugOutput {
 };
 
 DebugOutput& output() {
-  static DebugOutput instance;
-  return instance;
+  // Never destroyed: threads of the host may still call in while the process exits.
+  static DebugOutput* instance = new DebugOutput;
+  return *instance;
 }
 
 }  // namespace

@@ -35,8 +35,9 @@ struct FaultPlan {
 };
 
 FaultPlan& plan() {
-  static FaultPlan instance;
-  return instance;
+  // Never destroyed: threads of the host may still call in while the process exits.
+  static FaultPlan* instance = new FaultPlan;
+  return *instance;
 }
 
 CallSite& siteNamed(FaultPlan& p, const std::string& name) {

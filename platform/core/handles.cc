@@ -17,8 +17,9 @@ struct HandleTable {
 };
 
 HandleTable& table() {
-  static HandleTable instance;
-  return instance;
+  // Never destroyed: threads of the host may still call in while the process exits.
+  static HandleTable* instance = new HandleTable;
+  return *instance;
 }
 
 }  // namespace

@@ -21,8 +21,9 @@ struct ModuleTable {
 };
 
 ModuleTable& table() {
-  static ModuleTable instance;
-  return instance;
+  // Never destroyed: threads of the host may still call in while the process exits.
+  static ModuleTable* instance = new ModuleTable;
+  return *instance;
 }
 
 std::wstring lowerCase(const std::wstring& text) {

@@ -19,8 +19,9 @@ struct WinsockState {
 };
 
 WinsockState& state() {
-  static WinsockState instance;
-  return instance;
+  // Never destroyed: threads of the host may still call in while the process exits.
+  static WinsockState* instance = new WinsockState;
+  return *instance;
 }
 
 thread_local int lastWinsockError = 0;
