@@ -117,6 +117,7 @@ int main(int argc, char** argv) {
   double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wallBefore).count();
   double cpu = cpuSeconds() - cpuBefore;
   std::string encoderName = session.currentEncoderName();
+  double captureFps = session.metrics.captureFps.load();
   uint64_t firstTimestamp = session.firstFrameTimestamp;
   session.stop();
   receiver.stop();
@@ -138,7 +139,7 @@ int main(int argc, char** argv) {
   std::printf("  delivered %.1f fps (%llu pictures, %zu datagrams), dropped %llu (%.2f%%)\n", double(pictures) / wall,
               (unsigned long long)pictures, receiver.arrivals().size(), (unsigned long long)dropped,
               pictures + dropped ? 100.0 * double(dropped) / double(pictures + dropped) : 0.0);
-  std::printf("  CPU %.2f cores\n", cpu / wall);
+  std::printf("  captured %.1f fps (the last second's rate), CPU %.2f cores\n", captureFps, cpu / wall);
   if (!delaysMs.empty()) {
     std::printf("  delay present -> last datagram: p50 %.1f ms, p95 %.1f ms, p99 %.1f ms\n", percentile(delaysMs, 50),
                 percentile(delaysMs, 95), percentile(delaysMs, 99));

@@ -154,14 +154,15 @@ bool XScreenGrabber::pointerMoved(int32_t& px, int32_t& py) {
 bool XScreenGrabber::grab(uint8_t* bytes, uint32_t rowPitch, uint32_t w, uint32_t h) {
   if (dead()) return false;
   Display* dpy = x->display;
-  // Damage before the sync is in the image taken after it, so its events are dropped; damage
-  // after it reports anew and makes the next frame.
-  XDamageSubtract(dpy, x->damage, None, None);
+  // Damage reported so far is in the image taken below, so its events are dropped. The region is
+  // emptied after them and before the image: the region reports only when it turns non-empty, so
+  // damage after this point must find it empty to make the next frame.
   XSync(dpy, False);
   while (!dead() && XPending(dpy) > 0) {
     XEvent event;
     XNextEvent(dpy, &event);
   }
+  XDamageSubtract(dpy, x->damage, None, None);
   XImage* image = x->image;
   XImage* own = nullptr;
   if (x->shm) {

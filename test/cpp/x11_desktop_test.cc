@@ -2,7 +2,10 @@
 // through the monitor source and Desktop Duplication and compared pixel for pixel.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <memory>
+#include <thread>
 
 #include "capture/dxgi_duplication_capture.h"
 #include "gpu/d3d_context.h"
@@ -180,6 +183,48 @@ TEST_F(X11DesktopTest, ALostXServerLosesTheDuplicationAndLeavesTheProcessRunning
   duplication.reset();
   // With the display gone a new duplication can't be made, and says so.
   EXPECT_EQ(target.output->DuplicateOutput(target.d3d.device.get(), duplication.put()), DXGI_ERROR_SESSION_DISCONNECTED);
+}
+
+}  // namespace
+
+namespace {
+
+// Damage that lands while a frame is being taken must still make the next frame: a screen that
+// keeps changing keeps giving frames, however its changes fall against the grabs.
+TEST_F(X11DesktopTest, AScreenThatKeepsChangingKeepsGivingFrames) {
+  D3DContext d3d;
+  ASSERT_TRUE(d3d.createForGlobalOutput(0));
+  DxgiDuplicationCapture capture;
+  StartOptions options;
+  options.captureKind = CaptureKind::Screen;
+  ASSERT_TRUE(capture.init(&d3d, options));
+  capture.setFrameRate(30);
+  std::atomic<bool> drawing{true};
+  std::thread artist([&] {
+    XPainter own(server->name());
+    for (uint32_t i = 0; drawing.load(); ++i) {
+      own.fill(bgra(uint8_t(i), uint8_t(i * 3), 90), 0, 0, kWidth, kHeight);
+      std::this_thread::sleep_for(std::chrono::microseconds(700));
+    }
+  });
+  // A stall after a lost damage report shows as a run of empty acquires: each waits the full
+  // time-out while the screen goes on changing.
+  int frames = 0, longestEmptyRun = 0, emptyRun = 0;
+  for (int i = 0; i < 200; ++i) {
+    CountedRef<ID3D11Texture2D> slot;
+    int64_t timestamp = 0;
+    if (capture.acquireFrame(slot, timestamp)) {
+      capture.releaseFrame();
+      ++frames;
+      emptyRun = 0;
+    } else {
+      longestEmptyRun = std::max(longestEmptyRun, ++emptyRun);
+    }
+  }
+  drawing.store(false);
+  artist.join();
+  EXPECT_GT(frames, 150);
+  EXPECT_LT(longestEmptyRun, 5);
 }
 
 }  // namespace
