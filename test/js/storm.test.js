@@ -102,5 +102,8 @@ test('200 mixed starts, restarts, stops and failing starts leave the process as 
   assert.ok(counts.start > 20 && counts.restart > 5 && counts.stop > 40 && counts.failing > 40, JSON.stringify(counts));
   assert.ok(polls > 100, `getMetrics ran ${polls} times`);
   assert.deepStrictEqual(slowStops, [], 'every stop within a frame plus 50 ms');
-  assert.deepStrictEqual(resources(), before);
+  // Node's own helper threads may come and go; the session's must all be gone.
+  const after = resources();
+  assert.ok(after.threads <= before.threads, `threads: ${before.threads} before, ${after.threads} after`);
+  assert.deepStrictEqual({ ...after, threads: 0 }, { ...before, threads: 0 });
 });
