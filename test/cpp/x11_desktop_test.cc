@@ -52,6 +52,15 @@ class X11DesktopTest : public GpuTest {
     GpuTest::TearDown();
   }
 
+  // A device on output 0 and a monitor source opened on it at `fps`.
+  void startCapture(D3DContext& d3d, DxgiDuplicationCapture& capture, uint32_t fps = 60) {
+    ASSERT_TRUE(d3d.createForGlobalOutput(0));
+    StartOptions options;
+    options.captureKind = CaptureKind::Screen;
+    ASSERT_TRUE(capture.init(&d3d, options));
+    capture.setFrameRate(fps);
+  }
+
   std::unique_ptr<XvfbServer> server;
   std::unique_ptr<XPainter> painter;
 };
@@ -60,13 +69,9 @@ TEST_F(X11DesktopTest, TheMonitorSourceCapturesTheScreensPixelsAndOnlyWhenTheyCh
   painter->fill(bgra(30, 60, 90), 0, 0, kWidth, kHeight);
   painter->fill(bgra(250, 128, 0), 10, 20, 30, 40);
   D3DContext d3d;
-  ASSERT_TRUE(d3d.createForGlobalOutput(0));
   {
     DxgiDuplicationCapture capture;
-    StartOptions options;
-    options.captureKind = CaptureKind::Screen;
-    ASSERT_TRUE(capture.init(&d3d, options));
-    capture.setFrameRate(60);
+    ASSERT_NO_FATAL_FAILURE(startCapture(d3d, capture));
 
     CountedRef<ID3D11Texture2D> slot;
     int64_t timestamp = 0;
@@ -113,12 +118,8 @@ TEST_F(X11DesktopTest, TheFirstFrameShowsARootBackgroundSetBeforeTheCaptureStart
   painter->setBackground(bgra(0x30, 0xB0, 0x50));
 
   D3DContext d3d;
-  ASSERT_TRUE(d3d.createForGlobalOutput(0));
   DxgiDuplicationCapture capture;
-  StartOptions options;
-  options.captureKind = CaptureKind::Screen;
-  ASSERT_TRUE(capture.init(&d3d, options));
-  capture.setFrameRate(60);
+  ASSERT_NO_FATAL_FAILURE(startCapture(d3d, capture));
   CountedRef<ID3D11Texture2D> slot;
   int64_t timestamp = 0;
   ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
@@ -134,12 +135,8 @@ TEST_F(X11DesktopTest, TheFirstFrameShowsARootBackgroundSetBeforeTheCaptureStart
 TEST_F(X11DesktopTest, AModeSetThroughTheControlInterfaceReopensTheCaptureAtThatSizeAndXErrorsAreSurvived) {
   painter->fill(bgra(90, 30, 60), 0, 0, kWidth, kHeight);
   D3DContext d3d;
-  ASSERT_TRUE(d3d.createForGlobalOutput(0));
   DxgiDuplicationCapture capture;
-  StartOptions options;
-  options.captureKind = CaptureKind::Screen;
-  ASSERT_TRUE(capture.init(&d3d, options));
-  capture.setFrameRate(60);
+  ASSERT_NO_FATAL_FAILURE(startCapture(d3d, capture));
   CountedRef<ID3D11Texture2D> slot;
   int64_t timestamp = 0;
   ASSERT_TRUE(capture.acquireFrame(slot, timestamp));
@@ -185,20 +182,12 @@ TEST_F(X11DesktopTest, ALostXServerLosesTheDuplicationAndLeavesTheProcessRunning
   EXPECT_EQ(target.output->DuplicateOutput(target.d3d.device.get(), duplication.put()), DXGI_ERROR_SESSION_DISCONNECTED);
 }
 
-}  // namespace
-
-namespace {
-
 // Damage that lands while a frame is being taken must still make the next frame: a screen that
 // keeps changing keeps giving frames, however its changes fall against the grabs.
 TEST_F(X11DesktopTest, AScreenThatKeepsChangingKeepsGivingFrames) {
   D3DContext d3d;
-  ASSERT_TRUE(d3d.createForGlobalOutput(0));
   DxgiDuplicationCapture capture;
-  StartOptions options;
-  options.captureKind = CaptureKind::Screen;
-  ASSERT_TRUE(capture.init(&d3d, options));
-  capture.setFrameRate(30);
+  ASSERT_NO_FATAL_FAILURE(startCapture(d3d, capture, 30));
   std::atomic<bool> drawing{true};
   std::thread artist([&] {
     XPainter own(server->name());
