@@ -1,5 +1,7 @@
 #include "addon/functions.h"
 
+#include <mutex>
+
 #include "addon/node_api_errors.h"
 #include "addon/start_options_parser.h"
 #include "gpu/d3d_context.h"
@@ -10,6 +12,12 @@ namespace {
 // The one session of the process, shared by every JavaScript environment that loads the module.
 // Its destructor at unload or exit stops a running session.
 NativeSession session;
+
+// Every JavaScript environment of the process (worker threads, Electron contexts) shares the one
+// session: start and stop take this lock, so that one thread at a time starts, joins or restarts
+// the worker. Recursive, because an option's getter may call stop() or start() inside a start.
+// getMetrics reads only atomics and takes no lock.
+std::recursive_mutex sessionCallLock;
 
 void throwError(napi_env env, const char* message) { napi_throw_error(env, nullptr, message); }
 
@@ -40,6 +48,7 @@ Napi::Value start(const Napi::CallbackInfo& info) {
     napi_throw_type_error(env, nullptr, "start(options) requires an options object");
     return undefined;
   }
+  std::lock_guard<std::recursive_mutex> serialised(sessionCallLock);
   // A start that fails on its options has still ended the session before it.
   if (session.running.load()) session.stop();
 
@@ -63,6 +72,7 @@ Napi::Value start(const Napi::CallbackInfo& info) {
 }
 
 Napi::Value stop(const Napi::CallbackInfo& info) {
+  std::lock_guard<std::recursive_mutex> serialised(sessionCallLock);
   session.stop();
   return info.Env().Undefined();
 }
