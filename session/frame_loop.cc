@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -16,6 +17,7 @@ namespace {
 constexpr uint64_t kEncodeFailureLogEvery = 300;
 constexpr uint64_t kNoSliceLogEvery = 30;
 constexpr uint64_t kNoSliceRecoveryAt = 5;
+constexpr uint64_t kMaxSlotTolerance = 20000;  // 2 ms in 100 ns ticks
 
 // Where a frame stands on the schedule: its due time and its RTP timestamp. Frames with a capture
 // time at or after the first frame's run on that clock; all others on the count of sent frames.
@@ -23,6 +25,10 @@ struct FrameTime {
   uint64_t dueTime = 0;
   uint32_t rtpTimestamp = 0;
 };
+
+uint64_t nextSlot(const FrameLoopState& state, const FramePacing& pacing) {
+  return state.slotAnchor + state.slotsSinceAnchor * 10000000 / pacing.fps;
+}
 
 FrameTime scheduleOf(const NativeSession& session, uint64_t timestamp, const FramePacing& pacing) {
   FrameTime time;
@@ -67,7 +73,7 @@ void keepParameterSets(const std::vector<uint8_t>& out, ParameterSetCache& cache
 }
 
 bool sendSlices(NativeSession& session, std::vector<uint8_t>& out, uint64_t timestamp, uint32_t rtpTimestamp,
-                bool keyFrame, FrameLoopState& state) {
+                bool keyFrame, const FramePacing& pacing, FrameLoopState& state) {
   prependParameterSets(state.parameterSets, out);
   if (containsNalType(out.data(), out.size(), kNalSliceIdr)) keyFrame = true;
   state.noSliceCount = 0;
@@ -80,14 +86,14 @@ bool sendSlices(NativeSession& session, std::vector<uint8_t>& out, uint64_t time
   metrics.recordSent(out.size());
   metrics.updateFrameSizeAverage(out.size());
   ++session.frameIndex;
-  if (timestamp != 0) state.lastSentTimestamp = timestamp;
+  takeRateLimitSlot(timestamp, state, pacing);
   return true;
 }
 
 // Output without a slice goes out only when the receiver can already decode what follows; five in
 // a row make NVENC force a key frame and Media Foundation give way to NVENC.
 bool sendWithoutSlice(NativeSession& session, const std::vector<uint8_t>& out, uint64_t timestamp,
-                      uint32_t rtpTimestamp, FrameLoopState& state) {
+                      uint32_t rtpTimestamp, const FramePacing& pacing, FrameLoopState& state) {
   ++state.noSliceCount;
   const char* encoderName = session.currentEncoderName();
   if (state.noSliceCount == 1 || state.noSliceCount % kNoSliceLogEvery == 0) {
@@ -99,7 +105,7 @@ bool sendWithoutSlice(NativeSession& session, const std::vector<uint8_t>& out, u
       session.rtp->sendAccessUnit(out.data(), out.size(), rtpTimestamp, false, false)) {
     session.metrics.recordSent(out.size());
     ++session.frameIndex;
-    if (timestamp != 0) state.lastSentTimestamp = timestamp;
+    takeRateLimitSlot(timestamp, state, pacing);
   }
   if (state.noSliceCount < kNoSliceRecoveryAt) return true;
   if (std::strcmp(encoderName, "nvenc") == 0) {
@@ -120,17 +126,43 @@ FramePacing FramePacing::forRate(int32_t fps) {
   FramePacing pacing;
   pacing.fps = fps < 1 ? 1u : static_cast<uint32_t>(fps);
   pacing.frameInterval = (static_cast<uint64_t>(pacing.fps) + 9999999) / pacing.fps;
+  // A display's present times jitter by far less than a millisecond; more tolerance would let a
+  // faster source's frame take a slot early and crowd the second.
+  pacing.slotTolerance = std::min<uint64_t>(pacing.frameInterval / 8, kMaxSlotTolerance);
   pacing.rtpTicksPerFrame = static_cast<uint32_t>((static_cast<uint64_t>(pacing.fps) + 89999) / pacing.fps);
   uint64_t eightFrames = 8000 / pacing.fps;
   pacing.lateLimitMs = eightFrames > 8 ? eightFrames : 8;
   return pacing;
 }
 
+// The rate limit: a frame waits for the next slot of the schedule, give or take the source's
+// jitter. Measuring from the last sent frame instead would lose every other frame of a source
+// whose period is a hair short of the interval. A frame without time, or whose time runs
+// backwards, passes.
+bool tooSoonForRateLimit(uint64_t timestamp, const FrameLoopState& state, const FramePacing& pacing) {
+  if (timestamp == 0 || state.lastSentTimestamp == 0 || timestamp < state.lastSentTimestamp) return false;
+  return timestamp + pacing.slotTolerance < nextSlot(state, pacing);
+}
+
+// Only a sent frame moves the schedule on; a source that fell more than an interval behind it
+// starts it afresh at its own time, so that no burst follows a pause.
+void takeRateLimitSlot(uint64_t timestamp, FrameLoopState& state, const FramePacing& pacing) {
+  if (timestamp == 0) return;
+  bool fresh = state.lastSentTimestamp == 0 || timestamp < state.lastSentTimestamp ||
+               timestamp >= nextSlot(state, pacing) + pacing.frameInterval;
+  if (fresh) {
+    state.slotAnchor = timestamp;
+    state.slotsSinceAnchor = 1;
+  } else {
+    ++state.slotsSinceAnchor;
+  }
+  state.lastSentTimestamp = timestamp;
+}
+
 bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t timestamp, const FramePacing& pacing,
                   FrameLoopState& state) {
-  // Admission, before any GPU work. A timestamp running backwards passes the rate limit.
-  if (timestamp != 0 && state.lastSentTimestamp != 0 && timestamp - state.lastSentTimestamp < pacing.frameInterval)
-    return true;
+  // Admission, before any GPU work.
+  if (tooSoonForRateLimit(timestamp, state, pacing)) return true;
   uint64_t now = GetTickCount64();
   if (session.firstFrameTick == 0) {
     session.firstFrameTick = now;
@@ -194,8 +226,8 @@ bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t tim
 
   bool hasSlice = containsNalType(out.data(), out.size(), kNalSliceNonIdr) ||
                   containsNalType(out.data(), out.size(), kNalSliceIdr);
-  if (hasSlice) return sendSlices(session, out, timestamp, time.rtpTimestamp, keyFrame, state);
-  return sendWithoutSlice(session, out, timestamp, time.rtpTimestamp, state);
+  if (hasSlice) return sendSlices(session, out, timestamp, time.rtpTimestamp, keyFrame, pacing, state);
+  return sendWithoutSlice(session, out, timestamp, time.rtpTimestamp, pacing, state);
 }
 
 void runWorker(NativeSession* session) {

@@ -119,6 +119,73 @@ TEST_F(FrameLoopTest, FramesTooCloseToTheLastSentAreSkippedWithoutADrop) {
   EXPECT_EQ(session->frameIndex, 5u);
 }
 
+// The capture times that the rate limit lets through from a source of `sourceHz` present times (as
+// a display gives them: the tick at or after each refresh, plus `jitter` ticks on every other one)
+// over `seconds`, at `fps`.
+std::vector<uint64_t> admittedTimes(uint32_t sourceHz, int32_t fps, uint32_t seconds, uint64_t jitter = 0) {
+  FramePacing pacing = FramePacing::forRate(fps);
+  FrameLoopState state;
+  std::vector<uint64_t> sent;
+  uint64_t origin = 123456789;
+  for (uint64_t k = 0; k < uint64_t(sourceHz) * seconds; ++k) {
+    uint64_t timestamp = origin + (k * 10000000 + sourceHz - 1) / sourceHz + (k % 2) * jitter;
+    if (tooSoonForRateLimit(timestamp, state, pacing)) continue;
+    takeRateLimitSlot(timestamp, state, pacing);
+    sent.push_back(timestamp);
+  }
+  return sent;
+}
+
+// The most frames sent within any one second of capture time.
+size_t mostInAnySecond(const std::vector<uint64_t>& sent) {
+  size_t most = 0;
+  for (size_t first = 0, last = 0; last < sent.size(); ++last) {
+    while (sent[last] - sent[first] >= 10000000) ++first;
+    most = std::max(most, last - first + 1);
+  }
+  return most;
+}
+
+TEST(RateLimitTest, DeliversTheRateAskedForOrTheSourceRateWhicheverIsLess) {
+  struct Case { uint32_t sourceHz; int32_t fps; uint64_t jitter; };
+  for (Case c : {Case{60, 60, 0}, Case{60, 30, 0}, Case{60, 24, 0}, Case{60, 50, 0}, Case{144, 60, 0},
+                 Case{120, 30, 0}, Case{60, 60, 15000}, Case{75, 60, 20000}, Case{240, 240, 0}, Case{30, 60, 0}}) {
+    std::vector<uint64_t> sent = admittedTimes(c.sourceHz, c.fps, 10, c.jitter);
+    double expected = 10.0 * std::min<uint32_t>(c.sourceHz, uint32_t(c.fps));
+    std::string what = std::to_string(c.sourceHz) + " Hz at fps " + std::to_string(c.fps);
+    EXPECT_GE(double(sent.size()), expected * 0.99) << what;
+    EXPECT_LE(double(sent.size()), expected * 1.01) << what;
+    // A source that jitters may put fps + 1 present times into one second; a steady one never.
+    if (c.jitter == 0) EXPECT_LE(mostInAnySecond(sent), size_t(c.fps)) << what;
+  }
+}
+
+TEST(RateLimitTest, APauseStartsTheScheduleAfreshInsteadOfLettingABurstThrough) {
+  FramePacing pacing = FramePacing::forRate(60);
+  FrameLoopState state;
+  auto offer = [&](uint64_t timestamp) {
+    if (tooSoonForRateLimit(timestamp, state, pacing)) return false;
+    takeRateLimitSlot(timestamp, state, pacing);
+    return true;
+  };
+  uint64_t t0 = 50000000;
+  EXPECT_TRUE(offer(t0));
+  EXPECT_TRUE(offer(t0 + 10000000)) << "a second later";
+  EXPECT_FALSE(offer(t0 + 10050000)) << "5 ms after the frame that ended the pause";
+  EXPECT_FALSE(offer(t0 + 10100000)) << "10 ms after it";
+  EXPECT_TRUE(offer(t0 + 10000000 + pacing.frameInterval - pacing.slotTolerance));
+  EXPECT_EQ(state.lastSentTimestamp, t0 + 10000000 + pacing.frameInterval - pacing.slotTolerance);
+  EXPECT_TRUE(offer(0)) << "a frame without time";
+  EXPECT_EQ(state.lastSentTimestamp, t0 + 10000000 + pacing.frameInterval - pacing.slotTolerance)
+      << "a frame without time moves nothing";
+  EXPECT_TRUE(offer(t0)) << "a time running backwards";
+  EXPECT_FALSE(offer(t0 + 50000)) << "the schedule starts again at the time that ran back";
+}
+
+TEST(RateLimitTest, FpsZeroPacesAtOneFrameASecond) {
+  EXPECT_EQ(admittedTimes(60, 0, 10).size(), 10u);
+}
+
 TEST_F(FrameLoopTest, RtpTimestampsFollowCaptureTimeFromTheFirstFrame) {
   int64_t t0 = 5000 * kTicksPerMs;
   ASSERT_TRUE(process(t0));
