@@ -91,6 +91,16 @@ void XPainter::fill(uint32_t colour, int x, int y, unsigned width, unsigned heig
   XSync(display, False);
 }
 
+void XPainter::copyArea(int x, int y, unsigned width, unsigned height, int toX, int toY) {
+  Window root = DefaultRootWindow(display);
+  XGCValues values{};
+  values.graphics_exposures = False;
+  GC gc = XCreateGC(display, root, GCGraphicsExposures, &values);
+  XCopyArea(display, root, root, gc, x, y, width, height, toX, toY);
+  XFreeGC(display, gc);
+  XSync(display, False);
+}
+
 void XPainter::setBackground(uint32_t colour) {
   Window root = DefaultRootWindow(display);
   XSetWindowBackground(display, root, colour & 0xFFFFFF);

@@ -43,6 +43,9 @@ class XPainter {
   // Fills a rectangle of the root window with `colour` (0xRRGGBB in the low bits), and waits until
   // the server has done it.
   void fill(uint32_t colour, int x, int y, unsigned width, unsigned height);
+  // Copies the root window's area of `width` x `height` at (x, y) to (toX, toY), as a terminal
+  // scrolls, and waits until the server has done it.
+  void copyArea(int x, int y, unsigned width, unsigned height, int toX, int toY);
   // Gives the root window a solid background of `colour` and clears it to that, as a desktop
   // setter does, and waits until the server has done it.
   void setBackground(uint32_t colour);
