@@ -53,7 +53,8 @@ async function measure(sender, display, options) {
   const receiver = start(RECEIVER, [], { stdio: ['pipe', 'pipe', 'inherit'] });
   const portLine = await waitForLine(receiver, (line) => /^port (\d+)$/.exec(line), 5000);
   if (!portLine) throw new Error('the receiver did not start');
-  const [command, args] = sender.command({ display, port: Number(portLine[1]) });
+  const port = Number(portLine[1]);
+  const [command, args] = sender.command({ display, port });
   const child = start(command, args, { cwd: ROOT, env: { ...process.env, DISPLAY: display }, stdio: ['ignore', 'ignore', 'pipe'] });
   let errors = '';
   child.stderr.on('data', (chunk) => { errors = (errors + chunk).slice(-2000); });
@@ -76,6 +77,7 @@ async function measure(sender, display, options) {
   } finally {
     await stop(child, sender.stopSignal);
     await stop(receiver, 'SIGTERM');
+    sender.cleanUp?.({ port });
   }
 }
 

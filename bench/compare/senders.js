@@ -17,12 +17,15 @@ function succeeds(command, args) {
   }
 }
 
+const sdpFile = (port) => path.join(os.tmpdir(), `kestrane-compare-${port}.sdp`);
+
 const SENDERS = [
   {
     name: 'kestrane',
     available: (root) => fs.existsSync(path.join(root, 'build/Release/kestrane_win.node')),
     command: ({ port }) => [process.execPath, ['bin/kestrane.js', '--fps', '80', '--bitrate', '33M', '--size', '1920x1080',
-      '--to', `127.0.0.1:${port}`, '--no-receiver', '--sdp', path.join(os.tmpdir(), `kestrane-compare-${port}.sdp`)]],
+      '--to', `127.0.0.1:${port}`, '--no-receiver', '--sdp', sdpFile(port)]],
+    cleanUp: ({ port }) => fs.rmSync(sdpFile(port), { force: true }),
     // Its Ctrl-C path stops the session cleanly.
     stopSignal: 'SIGINT',
   },
