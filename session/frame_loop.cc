@@ -24,6 +24,7 @@ constexpr uint64_t kMaxSlotTolerance = 20000;  // 2 ms in 100 ns ticks
 struct FrameTime {
   uint64_t dueTime = 0;
   uint32_t rtpTimestamp = 0;
+  bool onTimestampClock = false;
 };
 
 uint64_t nextSlot(const FrameLoopState& state, const FramePacing& pacing) {
@@ -34,6 +35,7 @@ FrameTime scheduleOf(const NativeSession& session, uint64_t timestamp, const Fra
   FrameTime time;
   bool onTimestampClock =
       timestamp != 0 && session.firstFrameTimestamp != 0 && timestamp >= session.firstFrameTimestamp;
+  time.onTimestampClock = onTimestampClock;
   if (onTimestampClock) {
     uint64_t elapsed = timestamp - session.firstFrameTimestamp;
     time.dueTime = session.firstFrameTick + elapsed / 10000;
@@ -169,6 +171,14 @@ bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t tim
     if (timestamp != 0) session.firstFrameTimestamp = timestamp;
   }
   FrameTime time = scheduleOf(session, timestamp, pacing);
+  // The origin stands for the shortest way from capture to here. A frame that is here before its
+  // due time has found a shorter one (the first frame's grab, a busy moment, a clock running
+  // fast): the origin moves back to it. Kept where it was, it would hold every later frame back
+  // by the difference and cap the rate at one frame per hold.
+  if (time.onTimestampClock && now < time.dueTime && time.dueTime - now < session.firstFrameTick) {
+    session.firstFrameTick -= time.dueTime - now;
+    time.dueTime = now;
+  }
   if (now > time.dueTime + pacing.lateLimitMs) {
     countDrop(session);
     return true;

@@ -120,7 +120,7 @@ TEST_F(FrameLoopTest, FramesTooCloseToTheLastSentAreSkippedWithoutADrop) {
 }
 
 // The capture times that the rate limit lets through from a source of `sourceHz` present times (as
-// a display gives them: the tick at or after each refresh, plus `jitter` ticks on every other one)
+// a display gives them: the tick at or after each refresh, `jitter` ticks late on every other one, starting with the first)
 // over `seconds`, at `fps`.
 std::vector<uint64_t> admittedTimes(uint32_t sourceHz, int32_t fps, uint32_t seconds, uint64_t jitter = 0) {
   FramePacing pacing = FramePacing::forRate(fps);
@@ -128,7 +128,7 @@ std::vector<uint64_t> admittedTimes(uint32_t sourceHz, int32_t fps, uint32_t sec
   std::vector<uint64_t> sent;
   uint64_t origin = 123456789;
   for (uint64_t k = 0; k < uint64_t(sourceHz) * seconds; ++k) {
-    uint64_t timestamp = origin + (k * 10000000 + sourceHz - 1) / sourceHz + (k % 2) * jitter;
+    uint64_t timestamp = origin + (k * 10000000 + sourceHz - 1) / sourceHz + (k % 2 == 0 ? jitter : 0);
     if (tooSoonForRateLimit(timestamp, state, pacing)) continue;
     takeRateLimitSlot(timestamp, state, pacing);
     sent.push_back(timestamp);
@@ -156,7 +156,9 @@ TEST(RateLimitTest, DeliversTheRateAskedForOrTheSourceRateWhicheverIsLess) {
     EXPECT_GE(double(sent.size()), expected * 0.99) << what;
     EXPECT_LE(double(sent.size()), expected * 1.01) << what;
     // A source that jitters may put fps + 1 present times into one second; a steady one never.
-    if (c.jitter == 0) EXPECT_LE(mostInAnySecond(sent), size_t(c.fps)) << what;
+    if (c.jitter == 0) {
+      EXPECT_LE(mostInAnySecond(sent), size_t(c.fps)) << what;
+    }
   }
 }
 
@@ -330,6 +332,23 @@ TEST_F(FrameLoopTest, AnEmptyEncoderSlotDropsEveryFrame) {
   encoder = nullptr;
   ASSERT_TRUE(process(0));
   EXPECT_EQ(dropped(), 1u);
+}
+
+// The first frame of a session may reach the loop long after its capture (a whole-screen grab, a
+// busy moment). A later frame that comes sooner after its capture must not wait for the first
+// one's delay: the origin moves back to it, and it goes out at once.
+TEST_F(FrameLoopTest, AFrameAheadOfTheScheduleMovesTheOriginBackInsteadOfWaiting) {
+  int64_t t0 = 9000 * kTicksPerMs;
+  ASSERT_TRUE(process(t0));
+  uint64_t sleepsBefore = control::callCount("Sleep");
+  ASSERT_TRUE(process(t0 + 300 * kTicksPerMs)) << "captured 300 ms after the first, here at once";
+  ASSERT_TRUE(process(t0 + 317 * kTicksPerMs));
+  EXPECT_EQ(control::callCount("Sleep"), sleepsBefore) << "no pacing wait";
+  std::vector<RtpPacket> got = packets();
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_EQ(got[1].timestamp, 27000u) << "RTP time still follows capture time";
+  EXPECT_EQ(got[2].timestamp, 28530u);
+  EXPECT_EQ(dropped(), 0u);
 }
 
 TEST_F(FrameLoopTest, StopDuringThePacingWaitSendsNothing) {
