@@ -161,6 +161,18 @@ void takeRateLimitSlot(uint64_t timestamp, FrameLoopState& state, const FramePac
   state.lastSentTimestamp = timestamp;
 }
 
+bool waitingForNextSlot(const FrameLoopState& state, const FramePacing& pacing) {
+  if (state.lastSentTimestamp == 0) return false;
+  LARGE_INTEGER counter, frequency;
+  if (!QueryPerformanceCounter(&counter) || !QueryPerformanceFrequency(&frequency) || frequency.QuadPart <= 0)
+    return false;
+  uint64_t now = uint64_t(counter.QuadPart / frequency.QuadPart) * 10000000 +
+                 uint64_t(counter.QuadPart % frequency.QuadPart) * 10000000 / uint64_t(frequency.QuadPart);
+  uint64_t opens = nextSlot(state, pacing) - pacing.slotTolerance;
+  // A slot further off than one interval means capture times on another clock: no wait then.
+  return now < opens && opens - now <= pacing.frameInterval;
+}
+
 bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t timestamp, const FramePacing& pacing,
                   FrameLoopState& state) {
   // Admission, before any GPU work.
@@ -255,6 +267,12 @@ void runWorker(NativeSession* session) {
   CountedRef<ID3D11Texture2D> texture;
   while (!session->stopRequested.load()) {
     texture.reset();
+    // What the source shows before the next slot would only be skipped: it keeps its latest
+    // picture meanwhile, and asking for each one cost a grab of every change.
+    if (waitingForNextSlot(state, pacing)) {
+      Sleep(1);
+      continue;
+    }
     int64_t timestamp = 0;
     if (!session->capture->acquireFrame(texture, timestamp)) {
       Sleep(1);
