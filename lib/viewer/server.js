@@ -18,6 +18,7 @@ const PAGE_FILES = {
   '/player.js': ['player.js', 'text/javascript; charset=utf-8'],
   '/h264.js': ['h264.js', 'text/javascript; charset=utf-8'],
   '/overlay.js': ['overlay.js', 'text/javascript; charset=utf-8'],
+  '/renderer.js': ['renderer.js', 'text/javascript; charset=utf-8'],
 };
 const RECEIVE_BUFFER_BYTES = 32 * 1024 * 1024;
 // A page that can't keep up loses units rather than growing this process without limit.

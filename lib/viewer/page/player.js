@@ -2,14 +2,24 @@
 // starts at a key frame, and after any hole (a unit the server never sent, a new stream, a unit
 // the decoder refused) it drops everything up to the next key frame.
 import { codecString } from './h264.js';
+import { makeRenderer } from './renderer.js';
+
+// A page that falls behind shows fewer pictures rather than later ones: at most this many
+// conversions at once (the rest are decoded but not shown), and past this many units waiting in
+// the decoder it starts again at the next key frame.
+const MAX_CONVERTING = 2;
+const MAX_DECODE_QUEUE = 16;
 
 export class Player {
   // `onPicture({ width, height, arrivedAt })` after each picture is handed to the canvas;
   // `onRejected(why)` when the decoder refuses what it was given.
-  constructor(canvas, { onPicture = () => {}, onRejected = () => {} } = {}) {
-    this.canvas = canvas;
-    // A bitmap renderer takes the decoded picture as it is: no 2D copy (about 7 ms at 1080p in software).
-    this.context = canvas.getContext('bitmaprenderer');
+  // `renderer`: 'bitmaprenderer' or 'webgl' (see renderer.js). Either takes the
+  // decoded picture as it is: a 2D drawImage of 1080p costs about 7 ms in software.
+  // `onBehind()` when a picture is not shown or the page starts again because it fell behind.
+  constructor(canvas, { onPicture = () => {}, onRejected = () => {}, onBehind = () => {}, renderer = 'bitmaprenderer' } = {}) {
+    this.onBehind = onBehind;
+    this.converting = 0;
+    this.renderer = makeRenderer(canvas, renderer);
     this.onPicture = onPicture;
     this.onRejected = onRejected;
     this.decoder = null;
@@ -34,9 +44,14 @@ export class Player {
     if (this.expectedSequence !== null && unit.sequence !== this.expectedSequence) this.reset();
     this.expectedSequence = (unit.sequence + 1) >>> 0;
     if (this.waitingForKey && !unit.keyFrame) return false;
+    if (!unit.keyFrame && this.decoder && this.decoder.decodeQueueSize > MAX_DECODE_QUEUE) {
+      this.reset();
+      this.onBehind();
+      return false;
+    }
     if (unit.keyFrame && !this.configureFor(unit.data)) return false;
     this.waitingForKey = false;
-    this.arrivals.set(unit.sequence, unit.arrivedAt);
+    this.arrivals.set(unit.sequence, { arrivedAt: unit.arrivedAt, decodeAt: performance.now() });
     try {
       // Sequences stand in for times: the decoder hands them back with the picture.
       this.decoder.decode(new EncodedVideoChunk({ type: unit.keyFrame ? 'key' : 'delta', timestamp: unit.sequence, data: unit.data }));
@@ -79,29 +94,41 @@ export class Player {
 
   async draw(frame) {
     const sequence = frame.timestamp;
-    const arrivedAt = this.arrivals.get(sequence);
+    const { arrivedAt, decodeAt } = this.arrivals.get(sequence) || {};
     this.arrivals.delete(sequence);
+    const decodedAt = performance.now();
     const width = frame.displayWidth;
     const height = frame.displayHeight;
-    let bitmap;
-    try {
-      bitmap = await createImageBitmap(frame);
-    } catch {
-      return;
-    } finally {
-      frame.close();
+    if (this.renderer.kind !== 'bitmaprenderer') {
+      try {
+        this.renderer.draw(frame, width, height);
+      } finally {
+        frame.close();
+      }
+    } else {
+      if (this.converting >= MAX_CONVERTING) {
+        frame.close();
+        this.onBehind();
+        return;
+      }
+      let bitmap;
+      this.converting += 1;
+      try {
+        bitmap = await createImageBitmap(frame);
+      } catch {
+        return;
+      } finally {
+        this.converting -= 1;
+        frame.close();
+      }
+      // A picture that lost the race to a newer one is not shown.
+      if (sequence < this.drawnSequence && this.drawnSequence - sequence < 2 ** 31) {
+        bitmap.close();
+        return;
+      }
+      this.drawnSequence = sequence;
+      this.renderer.draw(bitmap, width, height);
     }
-    // A picture that lost the race to a newer one is not shown.
-    if (sequence < this.drawnSequence && this.drawnSequence - sequence < 2 ** 31) {
-      bitmap.close();
-      return;
-    }
-    this.drawnSequence = sequence;
-    if (this.canvas.width !== width || this.canvas.height !== height) {
-      this.canvas.width = width;
-      this.canvas.height = height;
-    }
-    this.context.transferFromImageBitmap(bitmap);
-    this.onPicture({ width, height, arrivedAt });
+    this.onPicture({ width, height, arrivedAt, decodeMs: decodedAt - decodeAt, convertMs: performance.now() - decodedAt });
   }
 }

@@ -9,10 +9,10 @@ const now = () => performance.timeOrigin + performance.now();
 
 const figures = {
   connected: false, port: null, width: 0, height: 0, fps: 0, bitsPerSecond: 0, delayP50: null,
-  lost: 0, keyFrames: 0, keyWaitMs: null, rejectedUnits: 0, otherSsrc: 0, otherPayloadType: 0, notRtp: 0,
-  pictures: 0, lastRejection: null, state: 'connecting',
+  decodeP50: null, convertP50: null, lost: 0, keyFrames: 0, keyWaitMs: null, rejectedUnits: 0, otherSsrc: 0, otherPayloadType: 0, notRtp: 0,
+  pictures: 0, notShown: 0, lastRejection: null, state: 'connecting',
 };
-const recent = { pictures: [], delays: [], bytes: [] };  // [time, value] of the last second
+const recent = { pictures: [], delays: [], bytes: [], decodes: [], converts: [] };  // [time, value] of the last second
 let lastPictureAt = 0;
 let waitingSince = now();
 let lastDatagramAt = 0;
@@ -20,7 +20,8 @@ let serverOffset = 0;  // server clock minus this page's, from the quickest ping
 let clockSamples = [];
 
 const player = new Player(document.getElementById('picture'), {
-  onPicture({ width, height, arrivedAt }) {
+  renderer: new URLSearchParams(location.search).get('renderer') || 'bitmaprenderer',
+  onPicture({ width, height, arrivedAt, decodeMs, convertMs }) {
     const drawnAt = now();
     lastPictureAt = drawnAt;
     figures.width = width;
@@ -28,6 +29,11 @@ const player = new Player(document.getElementById('picture'), {
     figures.pictures += 1;
     recent.pictures.push([drawnAt, 1]);
     if (arrivedAt !== undefined) recent.delays.push([drawnAt, drawnAt + serverOffset - arrivedAt]);
+    if (decodeMs >= 0) recent.decodes.push([drawnAt, decodeMs]);
+    recent.converts.push([drawnAt, convertMs]);
+  },
+  onBehind() {
+    figures.notShown += 1;
   },
   onRejected(why) {
     figures.rejectedUnits += 1;
@@ -115,12 +121,14 @@ function refresh() {
   figures.fps = recent.pictures.length;
   figures.bitsPerSecond = recent.bytes.reduce((sum, [, bytes]) => sum + bytes * 8, 0);
   figures.delayP50 = median(recent.delays.map(([, delay]) => delay));
+  figures.decodeP50 = median(recent.decodes.map(([, ms]) => ms));
+  figures.convertP50 = median(recent.converts.map(([, ms]) => ms));
   figures.state = stateText(at);
   overlay.textContent = overlayLines(figures).join('\n');
 }
 
 // The figures as the overlay shows them, for whoever drives the page.
-window.kestraneViewer = { figures: () => ({ ...figures, waitingForKey: player.waitingForKey }) };
+window.kestraneViewer = { figures: () => ({ ...figures, waitingForKey: player.waitingForKey, renderer: player.renderer.kind }) };
 
 if (typeof VideoDecoder === 'undefined') {
   overlay.textContent = 'This browser offers no WebCodecs here. It needs a secure context: open the page as ' +
