@@ -151,8 +151,12 @@ test('the page refuses what its decoder rejects, counts it, and starts again at 
       rtpPacket({ sequence: sequence++, timestamp: picture * 3000, marker: i === all.length - 1, ssrc: 0x9abc, payload })));
     await send(broken, 0);
     await page.waitFor('window.kestraneViewer.figures().rejectedUnits >= 1', 3000, 'the rejection to be counted');
-    for (let i = 0; i < units.length; ++i) await send(units[i], i + 1);
+    // A picture that depends on the refused one is skipped, not given to the decoder.
+    await send(units[1], 1);
+    for (let i = 0; i < units.length; ++i) await send(units[i], i + 2);
     await page.waitFor(`window.kestraneViewer.figures().pictures >= ${units.length}`, 3000, 'the good pictures after it');
+    const shown = await figures(page);
+    assert.deepStrictEqual([shown.rejectedUnits, shown.pictures], [1, units.length]);
     await overlayShows(page, /1 pictures refused by the decoder/);
   } finally {
     sender.close();
