@@ -119,9 +119,9 @@ TEST_F(FrameLoopTest, FramesTooCloseToTheLastSentAreSkippedWithoutADrop) {
   EXPECT_EQ(session->frameIndex, 5u);
 }
 
-// The capture times that the rate limit lets through from a source of `sourceHz` present times (as
-// a display gives them: the tick at or after each refresh, `jitter` ticks late on every other one, starting with the first)
-// over `seconds`, at `fps`.
+// The capture times that the rate limit lets through from a source of `sourceHz` present times
+// over `seconds`, at `fps`. Present times fall as a display gives them, on the tick at or after
+// each refresh, with every other one `jitter` ticks late, starting with the first.
 std::vector<uint64_t> admittedTimes(uint32_t sourceHz, int32_t fps, uint32_t seconds, uint64_t jitter = 0) {
   FramePacing pacing = FramePacing::forRate(fps);
   FrameLoopState state;
@@ -182,6 +182,27 @@ TEST(RateLimitTest, APauseStartsTheScheduleAfreshInsteadOfLettingABurstThrough) 
       << "a frame without time moves nothing";
   EXPECT_TRUE(offer(t0)) << "a time running backwards";
   EXPECT_FALSE(offer(t0 + 50000)) << "the schedule starts again at the time that ran back";
+}
+
+// Before the next slot the worker leaves the source alone, but only while the slot is at most an
+// interval away on the performance counter: capture times on another clock never make it wait.
+TEST(RateLimitTest, TheWorkerWaitsForTheNextSlotOnlyWhenItIsNear) {
+  FramePacing pacing = FramePacing::forRate(60);
+  LARGE_INTEGER counter;
+  ASSERT_TRUE(QueryPerformanceCounter(&counter));
+  const uint64_t now = uint64_t(counter.QuadPart);  // 10 MHz: already 100 ns ticks
+  FrameLoopState state;
+  EXPECT_FALSE(waitingForNextSlot(state, pacing)) << "nothing sent yet";
+  takeRateLimitSlot(now, state, pacing);
+  EXPECT_TRUE(waitingForNextSlot(state, pacing)) << "just sent";
+  FrameLoopState old;
+  takeRateLimitSlot(now - 2 * pacing.frameInterval, old, pacing);
+  EXPECT_FALSE(waitingForNextSlot(old, pacing)) << "the slot has passed";
+  FrameLoopState elsewhere;
+  takeRateLimitSlot(now + 50000000, elsewhere, pacing);
+  EXPECT_FALSE(waitingForNextSlot(elsewhere, pacing)) << "five seconds ahead: another clock";
+  Sleep(20);
+  EXPECT_FALSE(waitingForNextSlot(state, pacing)) << "an interval later";
 }
 
 TEST(RateLimitTest, FpsZeroPacesAtOneFrameASecond) {
