@@ -79,12 +79,12 @@ TEST(H264Encoder, DecodesBackToTheDesktopAt1280x720) { expectFaithful(1280, 720,
 // Rows of chroma that end off the vector width, and a picture that ends inside a macroblock.
 TEST(H264Encoder, DecodesBackToTheDesktopAt1366x768) { expectFaithful(1366, 768, 8'000'000, 8); }
 
-// Slices encoded side by side lose prediction across their edges: two of them at most a decibel
-// against one slice over two seconds, four (more than this machine may have cores for) at most two.
+// Slices encoded side by side lose prediction across their edges and, balanced by load, lie where
+// the threads' timing puts them: over two seconds they stay within two decibels of one slice (the
+// encoder bench prints the figures at 1080p, where they come within a few tenths).
 TEST(H264Encoder, SlicesSideBySideCostLittleQuality) {
   const double oneSlice = expectFaithful(1280, 720, 8'000'000, 60, 1);
-  EXPECT_GE(expectFaithful(1280, 720, 8'000'000, 60, 2), oneSlice - 1.0) << "2 threads";
-  EXPECT_GE(expectFaithful(1280, 720, 8'000'000, 60, 4), oneSlice - 2.0) << "4 threads";
+  for (int threads : {2, 4}) EXPECT_GE(expectFaithful(1280, 720, 8'000'000, 60, threads), oneSlice - 2.0) << threads;
 }
 
 // Every input gives one picture of one slice per thread, even when the bitrate can't pay for the
