@@ -159,7 +159,7 @@ bool WgcWindowCapture::init(D3DContext* context, const StartOptions& options) {
     check(cursorControl.queryFrom(fresh->session.get()));
     check(cursorControl->put_IsCursorCaptureEnabled(false));
     // Subscribed before capture starts; the token isn't kept, as closing the pool ends it.
-    auto* handler = new FrameArrivedHandler(this);
+    auto* handler = new FrameArrivedHandler(frameReadyFlag);
     EventRegistrationToken token = {};
     HRESULT subscribed = fresh->framePool->add_FrameArrived(handler, &token);
     handler->Release();
