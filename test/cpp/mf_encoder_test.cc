@@ -347,6 +347,35 @@ TEST_F(MfEncoderTest, ReportsAPictureThatCannotBeMappedWithItsOwnCode) {
   EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 0u);
 }
 
+TEST_F(MfEncoderTest, AnInputBufferThatCannotBeLockedFailsThePictureAndTheNextOneGoesOn) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  control::failOnce("IMFMediaBuffer::Lock", E_OUTOFMEMORY);
+  std::vector<uint8_t> out;
+  EXPECT_FALSE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(threadLastFailure, "MF encoder failed to lock its input buffer (hr=0x8007000e)");
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 0u) << "no sample over memory never written";
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 1u);
+}
+
+TEST_F(MfEncoderTest, ADrainEndsAfterSixteenOutputsOfATransformThatNeverStopsGiving) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  // The transform asks for its output to be fetched first, then answers every fetch with success.
+  control::failOnce("IMFTransform::ProcessInput", MF_E_NOTACCEPTING);
+  control::planFault({"IMFTransform::ProcessOutput", S_FALSE, 0, 0});
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_TRUE(out.empty());
+  // Sixteen discarded to make room, then one fetch for the picture that gives nothing.
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessOutput"), 17u);
+  EXPECT_EQ(threadLastFailure, "MF output drain stopped: the transform keeps giving output (hr=0x8000ffff)");
+  control::clearFaults();
+}
+
 TEST_F(MfEncoderTest, KeepsOneInputTextureForAllPicturesOnTheGpu) {
   useMachine(mfMachine(false, false, true));
   ASSERT_TRUE(initEncoder()) << threadLastFailure;
