@@ -26,6 +26,7 @@ constexpr uint64_t kMaxSlotTolerance = 20000;  // 2 ms in 100 ns ticks
 struct FrameTime {
   uint64_t dueTime = 0;
   uint32_t rtpTimestamp = 0;
+  bool onIndexClock = false;
 };
 
 uint64_t nextSlot(const FrameLoopState& state, const FramePacing& pacing) {
@@ -41,6 +42,7 @@ FrameTime scheduleOf(const NativeSession& session, uint64_t timestamp, const Fra
     time.dueTime = session.firstFrameTick + elapsed / 10000;
     time.rtpTimestamp = static_cast<uint32_t>(elapsed * 90000 / 10000000);
   } else {
+    time.onIndexClock = true;
     time.dueTime = session.firstFrameTick + static_cast<uint64_t>(session.frameIndex) * 1000 / pacing.fps;
     time.rtpTimestamp = pacing.rtpTicksPerFrame * session.frameIndex;
   }
@@ -171,6 +173,12 @@ bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t tim
     if (timestamp != 0) session.firstFrameTimestamp = timestamp;
   }
   FrameTime time = scheduleOf(session, timestamp, pacing);
+  if (now > time.dueTime + pacing.lateLimitMs && time.onIndexClock) {
+    // The index clock moves only when something is sent, so after a still period every frame
+    // would be late for good: the schedule starts again at this frame's slot.
+    session.frameIndex = static_cast<uint32_t>((now - session.firstFrameTick) * pacing.fps / 1000);
+    time = scheduleOf(session, timestamp, pacing);
+  }
   if (now > time.dueTime + pacing.lateLimitMs) {
     countDrop(session);
     return true;

@@ -212,13 +212,27 @@ TEST_F(FrameLoopTest, WithoutAFirstTimestampEveryFrameRunsOnTheIndexClock) {
 }
 
 TEST_F(FrameLoopTest, AFrameFarBehindItsDueTimeIsDroppedBeforeAnyGpuWork) {
-  ASSERT_TRUE(process(0));
-  // On the index clock a frame that follows a long pause is late: nothing was sent meanwhile.
+  const int64_t t0 = 5000 * kTicksPerMs;
+  ASSERT_TRUE(process(t0));
+  // Its capture time says it was due a second ago.
   session->firstFrameTick -= 1000;
-  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(t0 + 20 * kTicksPerMs));
   EXPECT_EQ(encoder->encodeCalls, 1);
   EXPECT_EQ(dropped(), 1u);
   EXPECT_EQ(packets().size(), 1u);
+}
+
+TEST_F(FrameLoopTest, TheIndexClockStartsAgainAtTheFirstFrameAfterAStillPeriod) {
+  ASSERT_TRUE(process(0));
+  // A still second: nothing was sent, so the index clock stands where it was.
+  session->firstFrameTick -= 1000;
+  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(dropped(), 0u);
+  std::vector<RtpPacket> got = packets();
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_GE(got[1].timestamp, 90000u) << "the RTP clock moved on by the still second";
+  EXPECT_EQ(got[2].timestamp, got[1].timestamp + 1500) << "and runs on from there";
 }
 
 TEST_F(FrameLoopTest, AnEncoderSlowerThanTheLateLimitCostsTheFrameButFillsTheCache) {
