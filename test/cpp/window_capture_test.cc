@@ -84,6 +84,14 @@ TEST_F(WindowCapture, InitRefusesAnotherKindAndHandlesThatNameNoWindowWithoutOpe
   EXPECT_TRUE(threadLastFailure.empty()) << "window capture's failures reach the session as its general text";
 }
 
+TEST_F(WindowCapture, ThePointerIsLeftOutOfTheFrames) {
+  uint64_t window = control::openWindow(16, 16, kRed);
+  const uint64_t withCursorBefore = control::capturesStartedWithCursor();
+  auto source = started(window);
+  EXPECT_EQ(control::callCount("IGraphicsCaptureSession::StartCapture"), 1u);
+  EXPECT_EQ(control::capturesStartedWithCursor(), withCursorBefore) << "cursor capture was switched off first";
+}
+
 TEST_F(WindowCapture, AStillWindowGivesOneFirstFrameThenNothingUntilItChanges) {
   uint64_t window = control::openWindow(64, 48, kRed);
   auto source = started(window);
