@@ -251,6 +251,24 @@ TEST_P(MfEncoderKindTest, KeyFramesComeAtTheStartOnRequestAndOncePerSecond) {
   EXPECT_TRUE(containsNalType(stream.data(), stream.size(), kNalSps));
 }
 
+TEST_P(MfEncoderKindTest, TheOutputTypeAndTheSampleTimesAreTheStreamsOwn) {
+  useMachine(machineWith(GetParam()));
+  ASSERT_TRUE(initEncoder(25)) << threadLastFailure;
+  control::MfEncoderRecord taken = control::lastMfEncoderRecord();
+  EXPECT_EQ(taken.profile, 66u) << "Baseline";
+  EXPECT_EQ(taken.level, 51u);
+  EXPECT_EQ(taken.averageBitrate, kBitrate);
+  EXPECT_EQ(taken.interlaceMode, UINT32(MFVideoInterlace_Progressive));
+  EXPECT_EQ(taken.lowLatency, 1u);
+  EXPECT_EQ(taken.frameSize, (uint64_t(kWidth) << 32) | kHeight);
+  EXPECT_EQ(taken.frameRate, (uint64_t(25) << 32) | 1);
+  encodeFrames(3);
+  taken = control::lastMfEncoderRecord();
+  ASSERT_TRUE(taken.inputSampleTimed);
+  EXPECT_EQ(taken.lastSampleTime, 2 * 10000000 / 25) << "the third picture, on the frame rate's grid";
+  EXPECT_EQ(taken.lastSampleDuration, 10000000 / 25);
+}
+
 TEST_P(MfEncoderKindTest, CyclesLeaveNoObjectApartmentOrStartupBehind) {
   for (int cycle = 0; cycle < 4; ++cycle) {
     useMachine(machineWith(GetParam()));
