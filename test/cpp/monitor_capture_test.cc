@@ -237,6 +237,24 @@ TEST_F(MonitorCaptureTest, AFailedReopeningLeavesTheSourceDeadForGood) {
   EXPECT_EQ(timestamp, 0);
 }
 
+// The output itself gone: the re-opening fails before it reaches DuplicateOutput, and the lost
+// duplication is not asked again.
+TEST_F(MonitorCaptureTest, AReopeningThatFailsBeforeDuplicateOutputLeavesTheSourceDeadToo) {
+  for (const char* call : {"IDXGIDevice::GetAdapter", "IDXGIAdapter::EnumOutputs", "QueryInterface(IDXGIOutput1)"}) {
+    SCOPED_TRACE(call);
+    ASSERT_TRUE(open());
+    ASSERT_TRUE(handOver());
+    control::switchDesktop();
+    control::failOnce(call, DXGI_ERROR_NOT_FOUND);
+    EXPECT_FALSE(handOver());
+    control::resetCallCounts();
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(handOver());
+    EXPECT_EQ(control::callCount("IDXGIOutputDuplication::AcquireNextFrame"), 0u);
+    EXPECT_EQ(control::callCount("IDXGIOutput1::DuplicateOutput"), 0u);
+    capture.reset();
+  }
+}
+
 TEST_F(MonitorCaptureTest, InitFailuresLogTheirStepAndOnlyDuplicateOutputLeavesItsTextForTheUser) {
   struct Case {
     const char* call;
