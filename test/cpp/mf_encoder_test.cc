@@ -520,6 +520,29 @@ TEST_F(MfEncoderTest, KeepsTheHardwareTransformsRequestForTheNextPicture) {
   EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), uint64_t(kFrames)) << "never refused";
 }
 
+// A request is answered by one picture only: after a picture whose encoding failed in the
+// transform, which then asks for nothing, no picture goes in until it asks again.
+TEST_F(MfEncoderTest, NoPictureGoesInWithoutARequestPending) {
+  useMachine(mfMachine(false, false, true));
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  encodeFrames(2);
+  // The transform fails to read the next picture; the wait for its output ends at once.
+  control::failOnce("IMFDXGIBuffer::GetResource", E_FAIL);
+  control::planFault({"GetTickCount", 1000, 0, 1, 0, true});
+  control::planFault({"GetTickCount", 6000, 1, 0, 0, true});
+  CountedRef<ID3D11Texture2D> texture = picture(2);
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 3u);
+  // Whether or not the transform's thread has failed the picture by now, it has asked for no other.
+
+  control::clearFaults();
+  control::planFault({"GetTickCount", 1000, 0, 1, 0, true});
+  control::planFault({"GetTickCount", 6000, 1, 0, 0, true});
+  EXPECT_FALSE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 3u) << "no request, no input";
+}
+
 TEST_F(MfEncoderTest, GivesUpWaitingForTheTransformsRequestAfterFiveSeconds) {
   useMachine(mfMachine(false, false, true));
   ASSERT_TRUE(initEncoder()) << threadLastFailure;
