@@ -12,6 +12,7 @@ const { openCollector, header, assemble, lastPicture, pixel, startXvfb, sleep } 
 
 const E_FAIL = 0x80004005 | 0;
 const DXGI_ERROR_WAIT_TIMEOUT = 0x887a0027 | 0;
+const E_NOINTERFACE = 0x80004002 | 0;
 
 function options(port, overrides = {}) {
   return {
@@ -131,6 +132,13 @@ test('bring-up failures throw their texts, and the next start works', async () =
     ['a window handle names no window', () => {}, { captureKind: 'window', nativeHandle: 12345 },
       'Window capture init failed (WGC). Try sharing the full screen instead.'],
     ['the picture has no size', () => {}, { width: 0 }, 'Video scaler init failed'],
+    ['the output has no IDXGIOutput1, and no detail was recorded', () => control.planFault({ call: 'QueryInterface(IDXGIOutput1)', value: E_NOINTERFACE, times: 1 }), {},
+      'Screen capture init failed (DXGI duplication). Close other capture tools and retry.'],
+    ['the NVIDIA encode device fails and capture then fails without a detail', () => {
+      control.setMachine({ adapters: [{ vendorId: 0x8086, deviceId: 1, outputs: [{ width: 640, height: 480 }] }, { vendorId: 0x10de, deviceId: 0x2484, outputs: [] }] });
+      control.planFault({ call: 'D3D11CreateDevice', value: E_FAIL, after: 1, times: 1 });
+      control.planFault({ call: 'QueryInterface(IDXGIOutput1)', value: E_NOINTERFACE, times: 1 });
+    }, {}, 'D3D11CreateDevice failed (hr=0x80004005)'],
     ['NVENC is asked for on another vendor', () => control.setMachine({ adapters: [{ vendorId: 0x8086, deviceId: 1, outputs: [{ width: 1280, height: 720 }] }] }),
       { encoder: 'nvenc' }, 'NVENC: NVENC requires an NVIDIA GPU'],
   ];
