@@ -6,3 +6,7 @@ for bench in build/cmake/bench/*_bench; do
   echo "== ${bench##*/}"
   "$bench"
 done
+for bench in bench/js/*_bench.js; do
+  echo "== ${bench##*/}"
+  node "$bench"
+done

@@ -26,7 +26,7 @@ constexpr uint64_t kMaxSlotTolerance = 20000;  // 2 ms in 100 ns ticks
 struct FrameTime {
   uint64_t dueTime = 0;
   uint32_t rtpTimestamp = 0;
-  bool onIndexClock = false;
+  bool onTimestampClock = false;
 };
 
 uint64_t nextSlot(const FrameLoopState& state, const FramePacing& pacing) {
@@ -37,12 +37,12 @@ FrameTime scheduleOf(const NativeSession& session, uint64_t timestamp, const Fra
   FrameTime time;
   bool onTimestampClock =
       timestamp != 0 && session.firstFrameTimestamp != 0 && timestamp >= session.firstFrameTimestamp;
+  time.onTimestampClock = onTimestampClock;
   if (onTimestampClock) {
     uint64_t elapsed = timestamp - session.firstFrameTimestamp;
     time.dueTime = session.firstFrameTick + elapsed / 10000;
     time.rtpTimestamp = static_cast<uint32_t>(elapsed * 90000 / 10000000);
   } else {
-    time.onIndexClock = true;
     time.dueTime = session.firstFrameTick + static_cast<uint64_t>(session.frameIndex) * 1000 / pacing.fps;
     time.rtpTimestamp = pacing.rtpTicksPerFrame * session.frameIndex;
   }
@@ -163,6 +163,18 @@ void takeRateLimitSlot(uint64_t timestamp, FrameLoopState& state, const FramePac
   state.lastSentTimestamp = timestamp;
 }
 
+bool waitingForNextSlot(const FrameLoopState& state, const FramePacing& pacing) {
+  if (state.lastSentTimestamp == 0) return false;
+  LARGE_INTEGER counter, frequency;
+  if (!QueryPerformanceCounter(&counter) || !QueryPerformanceFrequency(&frequency) || frequency.QuadPart <= 0)
+    return false;
+  uint64_t now = uint64_t(counter.QuadPart / frequency.QuadPart) * 10000000 +
+                 uint64_t(counter.QuadPart % frequency.QuadPart) * 10000000 / uint64_t(frequency.QuadPart);
+  uint64_t opens = nextSlot(state, pacing) - pacing.slotTolerance;
+  // A slot further off than one interval means capture times on another clock: no wait then.
+  return now < opens && opens - now <= pacing.frameInterval;
+}
+
 bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t timestamp, const FramePacing& pacing,
                   FrameLoopState& state) {
   // Admission, before any GPU work.
@@ -173,7 +185,15 @@ bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t tim
     if (timestamp != 0) session.firstFrameTimestamp = timestamp;
   }
   FrameTime time = scheduleOf(session, timestamp, pacing);
-  if (now > time.dueTime + pacing.lateLimitMs && time.onIndexClock) {
+  // The origin stands for the shortest way from capture to here. A frame that is here before its
+  // due time has found a shorter one (the first frame's grab, a busy moment, a clock running
+  // fast): the origin moves back to it. Kept where it was, it would hold every later frame back
+  // by the difference and cap the rate at one frame per hold.
+  if (time.onTimestampClock && now < time.dueTime && time.dueTime - now < session.firstFrameTick) {
+    session.firstFrameTick -= time.dueTime - now;
+    time.dueTime = now;
+  }
+  if (!time.onTimestampClock && now > time.dueTime + pacing.lateLimitMs) {
     // The index clock moves only when something is sent, so after a still period every frame
     // would be late for good: the schedule starts again at this frame's slot.
     session.frameIndex = static_cast<uint32_t>((now - session.firstFrameTick) * pacing.fps / 1000);
@@ -282,6 +302,12 @@ void runWorker(NativeSession* session) {
   uint64_t escapedExceptions = 0;
   while (!session->stopRequested.load()) {
     texture.reset();
+    // What the source shows before the next slot would only be skipped: it keeps its latest
+    // picture meanwhile, and asking for each one cost a grab of every change.
+    if (waitingForNextSlot(state, pacing)) {
+      Sleep(1);
+      continue;
+    }
     bool goOn = true;
     try {
       int64_t timestamp = 0;

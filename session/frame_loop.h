@@ -39,6 +39,9 @@ struct FrameLoopState {
 // schedule's step when a frame is sent.
 bool tooSoonForRateLimit(uint64_t timestamp, const FrameLoopState& state, const FramePacing& pacing);
 void takeRateLimitSlot(uint64_t timestamp, FrameLoopState& state, const FramePacing& pacing);
+// Whether the next slot opens within one interval of the performance counter's now, so that the
+// worker waits before asking the source for a frame.
+bool waitingForNextSlot(const FrameLoopState& state, const FramePacing& pacing);
 
 // The thread's function.
 void runWorker(NativeSession* session);

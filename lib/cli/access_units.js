@@ -162,6 +162,14 @@ class AccessUnitAssembler {
     this.onAccessUnit({ nals, timestamp, keyFrame, damaged });
   }
 
+  // Another stream takes over (a sender restarted): its sequence numbers start afresh, and what
+  // was pending from the old one is dropped. The counters go on.
+  restart() {
+    this.lastSequence = null;
+    this.gapSeen = false;
+    this.resetPending();
+  }
+
   // The end of the stream: whatever is pending is a picture that lost its marker.
   flush() {
     if (this.pendingTimestamp !== null) this.finish();

@@ -7,6 +7,7 @@ const crypto = require('node:crypto');
 class UsageError extends Error {}
 
 const HELP = `Usage: kestrane [options]
+       kestrane view [options]   (the browser viewer; kestrane view --help)
 
 Streams the desktop (or one window) as H.264 over RTP/UDP, writes an SDP file for players and,
 when the target is this machine, receives the stream itself and shows what arrives.
@@ -24,6 +25,9 @@ when the target is this machine, receives the stream itself and shows what arriv
   --sdp <file>          where to write the SDP file (default: in the temporary directory)
   --snapshot <out.png>  decode what the receiver got and write its last picture as a PNG
   --no-receiver         don't receive locally (lets a player on this machine take the port)
+  --view                receive the stream in the browser viewer instead (see kestrane view --help)
+  --http <port>         with --view: the page's HTTP port (default 8080)
+  --http-host <host>    with --view: where the page is served (default 127.0.0.1)
   --help                show this text
 `;
 
@@ -101,6 +105,12 @@ function parseTarget(text) {
   return { ip, port: Number(portText) };
 }
 
+// A name or address to listen on; what the system makes of it shows when the server starts.
+function parseHost(flag, text) {
+  if (!/^[0-9a-z.:_-]{1,253}$/i.test(text)) throw new UsageError(`${flag} expects a host name or an IP address, got "${text}"`);
+  return text;
+}
+
 function parseDuration(text) {
   if (!/^\d+(\.\d+)?$/.test(text) || Number(text) <= 0 || Number(text) > 1e6) {
     throw new UsageError(`--duration expects a positive number of seconds, got "${text}"`);
@@ -125,16 +135,19 @@ const FLAGS = {
   '--duration': (c, v) => { c.durationSeconds = parseDuration(v); },
   '--sdp': (c, v) => { c.sdpPath = v; },
   '--snapshot': (c, v) => { c.snapshotPath = v; },
+  '--http': (c, v) => { c.httpPort = parseInteger('--http', v, 0, 65535); },
+  '--http-host': (c, v) => { c.httpHost = parseHost('--http-host', v); },
 };
 const SWITCHES = {
   '--no-receiver': (c) => { c.receiver = false; },
+  '--view': (c) => { c.view = true; },
   '--help': (c) => { c.help = true; },
   '-h': (c) => { c.help = true; },
 };
 
 // argv without node and the script. `randomSsrc` is there so that tests can pin it.
 function parseArgs(argv, randomSsrc = () => crypto.randomInt(0, 2 ** 32)) {
-  const given = { receiver: true, help: false, durationSeconds: null, sdpPath: null, snapshotPath: null };
+  const given = { receiver: true, view: false, help: false, durationSeconds: null, sdpPath: null, snapshotPath: null };
   for (let i = 0; i < argv.length; ++i) {
     const arg = argv[i];
     const eq = arg.startsWith('--') ? arg.indexOf('=') : -1;
@@ -155,7 +168,12 @@ function parseArgs(argv, randomSsrc = () => crypto.randomInt(0, 2 ** 32)) {
   if (given.window !== undefined && given.output !== undefined) {
     throw new UsageError('--window and --output choose different things to capture; give one of them');
   }
-  const config = { ...DEFAULTS, ...given };
+  if ((given.httpPort !== undefined || given.httpHost !== undefined) && !given.view) {
+    throw new UsageError('--http and --http-host go with --view');
+  }
+  if (given.view && !given.receiver) throw new UsageError('--view receives the stream itself; it does not go with --no-receiver');
+  if (given.view && given.snapshotPath) throw new UsageError('--snapshot needs the built-in receiver, which --view replaces');
+  const config = { ...DEFAULTS, httpPort: 8080, httpHost: '127.0.0.1', ...given };
   if (given.window !== undefined) {
     config.captureKind = 'window';
     config.nativeHandle = given.window;
@@ -168,4 +186,4 @@ function parseArgs(argv, randomSsrc = () => crypto.randomInt(0, 2 ** 32)) {
   return config;
 }
 
-module.exports = { parseArgs, UsageError, HELP, DEFAULTS };
+module.exports = { parseArgs, parseInteger, parseHost, parseDuration, UsageError, HELP, DEFAULTS };

@@ -9,11 +9,25 @@ const { AccessUnitAssembler } = require('./access_units');
 const RECEIVE_BUFFER_BYTES = 32 * 1024 * 1024;
 const BIND_TIMEOUT_MS = 2000;
 
+// Resolves once `condition()` holds or `timeoutMs` has passed; true if it held.
+function waitFor(condition, timeoutMs) {
+  return new Promise((resolve) => {
+    const deadline = Date.now() + timeoutMs;
+    const poll = () => {
+      if (condition()) return resolve(true);
+      if (Date.now() >= deadline) return resolve(false);
+      setTimeout(poll, 20);
+    };
+    poll();
+  });
+}
+
 class Receiver {
   constructor(socket, assembler) {
     this.socket = socket;
     this.assembler = assembler;
     this.lastDatagramAt = 0;
+    this.lastPictureAt = Date.now();
     socket.on('message', (datagram) => {
       this.lastDatagramAt = Date.now();
       assembler.push(datagram);
@@ -27,18 +41,10 @@ class Receiver {
   // The kernel's receive buffer as granted (it caps what was asked at net.core.rmem_max).
   get receiveBufferBytes() { return this.socket.getRecvBufferSize(); }
 
-  // Resolves once `condition()` holds or `timeoutMs` has passed; true if it held.
-  waitFor(condition, timeoutMs) {
-    return new Promise((resolve) => {
-      const deadline = Date.now() + timeoutMs;
-      const poll = () => {
-        if (condition()) return resolve(true);
-        if (Date.now() >= deadline) return resolve(false);
-        setTimeout(poll, 20);
-      };
-      poll();
-    });
-  }
+  waitFor(condition, timeoutMs) { return waitFor(condition, timeoutMs); }
+
+  // How long since the last whole picture, or since the start.
+  quietMs() { return Date.now() - this.lastPictureAt; }
 
   // After the sender stopped: let what is still queued in the kernel arrive, then end the stream.
   async drain({ quietMs = 150, timeoutMs = 2000 } = {}) {
@@ -54,7 +60,15 @@ class Receiver {
 // Binds to ip:port and resolves with a Receiver, or rejects with an Error whose message is one
 // line for the user.
 function openReceiver({ ip, port, payloadType, ssrc, onAccessUnit }) {
-  const assembler = new AccessUnitAssembler({ payloadType, ssrc, onAccessUnit });
+  let receiver = null;
+  const assembler = new AccessUnitAssembler({
+    payloadType,
+    ssrc,
+    onAccessUnit: (unit) => {
+      if (!unit.damaged) receiver.lastPictureAt = Date.now();
+      onAccessUnit(unit);
+    },
+  });
   const socket = dgram.createSocket({ type: 'udp4', recvBufferSize: RECEIVE_BUFFER_BYTES });
   return new Promise((resolve, reject) => {
     const fail = (message) => {
@@ -74,9 +88,10 @@ function openReceiver({ ip, port, payloadType, ssrc, onAccessUnit }) {
       socket.removeAllListeners('error');
       // A socket error later (none is expected for a bound UDP socket) must not end the process.
       socket.on('error', () => {});
-      resolve(new Receiver(socket, assembler));
+      receiver = new Receiver(socket, assembler);
+      resolve(receiver);
     });
   });
 }
 
-module.exports = { openReceiver, RECEIVE_BUFFER_BYTES };
+module.exports = { openReceiver, waitFor, RECEIVE_BUFFER_BYTES };

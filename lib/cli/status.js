@@ -26,7 +26,13 @@ function senderLine(m) {
     `encoder ${m.encoderName || '-'}`;
 }
 
-function receiverLine(c, bitsPerSecond) {
+// A receiver with no picture for this long says so rather than showing figures that stand still.
+const QUIET_MS = 2000;
+
+function receiverLine(c, bitsPerSecond, quietMs = 0) {
+  if (quietMs >= QUIET_MS) {
+    return `receiver  no picture for ${Math.floor(quietMs / 1000)} s: the screen is still, or the capture was lost`;
+  }
   return `receiver  ${c.packets} packets  ${c.accessUnits} pictures  ${c.keyFrames} key frames  ` +
     `${c.gaps} gaps (${c.lost} lost)  ${formatBitrate(bitsPerSecond)}`;
 }
@@ -77,4 +83,4 @@ function summary({ seconds, metrics, counters }) {
   return lines.join('\n');
 }
 
-module.exports = { formatBitrate, announcement, senderLine, receiverLine, RateMeter, LiveLines, summary };
+module.exports = { QUIET_MS, formatBitrate, announcement, senderLine, receiverLine, RateMeter, LiveLines, summary };

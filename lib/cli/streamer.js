@@ -90,6 +90,7 @@ async function runStreamer(config, {
   const print = (line) => out.write(`${line}\n`);
   const local = isLocalAddress(config.ip);
   const receiving = config.receiver && local;
+  if (config.view && !local) throw new UsageError('--view receives on this machine: --to must name one of its addresses');
   if (config.snapshotPath) {
     if (!receiving) throw new UsageError('--snapshot needs the built-in receiver: a target on this machine, without --no-receiver');
     if (!fs.existsSync(snapshotTool)) throw new Error(`--snapshot needs ${snapshotTool}; build it with "npm run bootstrap"`);
@@ -111,13 +112,15 @@ async function runStreamer(config, {
   const recorder = config.snapshotPath ? new SnapshotRecorder() : null;
   let receiver = null;
   if (receiving) {
-    receiver = await openReceiver({
-      ip: config.ip,
-      port: config.port,
-      payloadType: config.payloadType,
-      ssrc: config.ssrc,
-      onAccessUnit: (unit) => recorder && recorder.accept(unit, receiver.lastSps, receiver.lastPps),
-    });
+    receiver = config.view
+      ? await require('../viewer/as_receiver').openViewerReceiver(config)
+      : await openReceiver({
+        ip: config.ip,
+        port: config.port,
+        payloadType: config.payloadType,
+        ssrc: config.ssrc,
+        onAccessUnit: (unit) => recorder && recorder.accept(unit, receiver.lastSps, receiver.lastPps),
+      });
   }
 
   print(status.announcement(config, desktopName(control, env.DISPLAY)));
@@ -142,7 +145,8 @@ async function runStreamer(config, {
     print(`SDP: ${sdpPath}`);
     print(`watch with ffplay:    ${players.ffplay}`);
     print(`watch with GStreamer: ${players.gstreamer}`);
-    if (receiver) print(`(the built-in receiver holds port ${config.port}; to watch on this machine, run with --no-receiver)`);
+    if (config.view) print(`watch in a browser:   ${receiver.url}`);
+    else if (receiver) print(`(the built-in receiver holds port ${config.port}; to watch on this machine, run with --no-receiver)`);
 
     const live = new status.LiveLines(out);
     const meter = new status.RateMeter();
@@ -150,7 +154,7 @@ async function runStreamer(config, {
     if (receiver) meter.bitsPerSecond(receiver.counters.payloadBytes);
     const refresh = () => {
       const lines = [status.senderLine(addon.getMetrics())];
-      if (receiver) lines.push(status.receiverLine(receiver.counters, meter.bitsPerSecond(receiver.counters.payloadBytes)));
+      if (receiver) lines.push(status.receiverLine(receiver.counters, meter.bitsPerSecond(receiver.counters.payloadBytes), receiver.quietMs()));
       live.show(lines);
     };
     const ticker = setInterval(refresh, REFRESH_MS);
@@ -178,4 +182,4 @@ async function runStreamer(config, {
   return 0;
 }
 
-module.exports = { runStreamer, startOptions };
+module.exports = { runStreamer, startOptions, stopTrigger };

@@ -1,7 +1,8 @@
 // The platform's one H.264 encoder, shared by its encoder transforms and its NVENC driver:
-// OpenH264 set for low delay. Baseline profile, CAVLC, one slice per picture, no B-frames, one
-// thread, and every input picture gives exactly one picture out (no frame skipping), so that
-// what goes in with a call is out when it returns.
+// OpenH264 set for low delay. Baseline profile, CAVLC, no B-frames, and every input picture gives
+// exactly one picture out (no frame skipping), so that what goes in with a call is out when it
+// returns. A picture is cut into one slice per thread and the slices are encoded side by side,
+// as the hardware it stands for works beside the CPU.
 #pragma once
 
 #include <cstddef>
@@ -13,12 +14,20 @@ class ISVCEncoder;
 
 namespace platform::video {
 
+// What the codec's rate control and mode decisions are tuned for.
+enum class H264Content { Camera, Screen };
+
+// Threads (and slices) for an encoder whose settings leave it open: the cores, at most four.
+int defaultH264Threads();
+
 struct H264EncoderSettings {
   int width = 0;        // even
   int height = 0;       // even
   int fps = 30;         // the rate the bitrate is spread over, at least 1
   int bitrate = 0;      // bits per second, at least 1
   int idrInterval = 0;  // pictures from one IDR to the next, requested ones included; 0: none regular
+  int threads = 0;      // threads and slices a picture; 0: defaultH264Threads()
+  H264Content content = H264Content::Camera;
 };
 
 // One NV12 picture in memory that somebody else owns: luma rows, then rows of Cb,Cr pairs.

@@ -119,16 +119,16 @@ TEST_F(FrameLoopTest, FramesTooCloseToTheLastSentAreSkippedWithoutADrop) {
   EXPECT_EQ(session->frameIndex, 5u);
 }
 
-// The capture times that the rate limit lets through from a source of `sourceHz` present times (as
-// a display gives them: the tick at or after each refresh, plus `jitter` ticks on every other one)
-// over `seconds`, at `fps`.
+// The capture times that the rate limit lets through from a source of `sourceHz` present times
+// over `seconds`, at `fps`. Present times fall as a display gives them, on the tick at or after
+// each refresh, with every other one `jitter` ticks late, starting with the first.
 std::vector<uint64_t> admittedTimes(uint32_t sourceHz, int32_t fps, uint32_t seconds, uint64_t jitter = 0) {
   FramePacing pacing = FramePacing::forRate(fps);
   FrameLoopState state;
   std::vector<uint64_t> sent;
   uint64_t origin = 123456789;
   for (uint64_t k = 0; k < uint64_t(sourceHz) * seconds; ++k) {
-    uint64_t timestamp = origin + (k * 10000000 + sourceHz - 1) / sourceHz + (k % 2) * jitter;
+    uint64_t timestamp = origin + (k * 10000000 + sourceHz - 1) / sourceHz + (k % 2 == 0 ? jitter : 0);
     if (tooSoonForRateLimit(timestamp, state, pacing)) continue;
     takeRateLimitSlot(timestamp, state, pacing);
     sent.push_back(timestamp);
@@ -156,7 +156,9 @@ TEST(RateLimitTest, DeliversTheRateAskedForOrTheSourceRateWhicheverIsLess) {
     EXPECT_GE(double(sent.size()), expected * 0.99) << what;
     EXPECT_LE(double(sent.size()), expected * 1.01) << what;
     // A source that jitters may put fps + 1 present times into one second; a steady one never.
-    if (c.jitter == 0) EXPECT_LE(mostInAnySecond(sent), size_t(c.fps)) << what;
+    if (c.jitter == 0) {
+      EXPECT_LE(mostInAnySecond(sent), size_t(c.fps)) << what;
+    }
   }
 }
 
@@ -180,6 +182,27 @@ TEST(RateLimitTest, APauseStartsTheScheduleAfreshInsteadOfLettingABurstThrough) 
       << "a frame without time moves nothing";
   EXPECT_TRUE(offer(t0)) << "a time running backwards";
   EXPECT_FALSE(offer(t0 + 50000)) << "the schedule starts again at the time that ran back";
+}
+
+// Before the next slot the worker leaves the source alone, but only while the slot is at most an
+// interval away on the performance counter: capture times on another clock never make it wait.
+TEST(RateLimitTest, TheWorkerWaitsForTheNextSlotOnlyWhenItIsNear) {
+  FramePacing pacing = FramePacing::forRate(60);
+  LARGE_INTEGER counter;
+  ASSERT_TRUE(QueryPerformanceCounter(&counter));
+  const uint64_t now = uint64_t(counter.QuadPart);  // 10 MHz: already 100 ns ticks
+  FrameLoopState state;
+  EXPECT_FALSE(waitingForNextSlot(state, pacing)) << "nothing sent yet";
+  takeRateLimitSlot(now, state, pacing);
+  EXPECT_TRUE(waitingForNextSlot(state, pacing)) << "just sent";
+  FrameLoopState old;
+  takeRateLimitSlot(now - 2 * pacing.frameInterval, old, pacing);
+  EXPECT_FALSE(waitingForNextSlot(old, pacing)) << "the slot has passed";
+  FrameLoopState elsewhere;
+  takeRateLimitSlot(now + 50000000, elsewhere, pacing);
+  EXPECT_FALSE(waitingForNextSlot(elsewhere, pacing)) << "five seconds ahead: another clock";
+  Sleep(20);
+  EXPECT_FALSE(waitingForNextSlot(state, pacing)) << "an interval later";
 }
 
 TEST(RateLimitTest, FpsZeroPacesAtOneFrameASecond) {
@@ -384,6 +407,23 @@ TEST_F(FrameLoopTest, AnEmptyEncoderSlotDropsEveryFrame) {
   encoder = nullptr;
   ASSERT_TRUE(process(0));
   EXPECT_EQ(dropped(), 1u);
+}
+
+// The first frame of a session may reach the loop long after its capture (a whole-screen grab, a
+// busy moment). A later frame that comes sooner after its capture must not wait for the first
+// one's delay: the origin moves back to it, and it goes out at once.
+TEST_F(FrameLoopTest, AFrameAheadOfTheScheduleMovesTheOriginBackInsteadOfWaiting) {
+  int64_t t0 = 9000 * kTicksPerMs;
+  ASSERT_TRUE(process(t0));
+  uint64_t sleepsBefore = control::callCount("Sleep");
+  ASSERT_TRUE(process(t0 + 300 * kTicksPerMs)) << "captured 300 ms after the first, here at once";
+  ASSERT_TRUE(process(t0 + 317 * kTicksPerMs));
+  EXPECT_EQ(control::callCount("Sleep"), sleepsBefore) << "no pacing wait";
+  std::vector<RtpPacket> got = packets();
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_EQ(got[1].timestamp, 27000u) << "RTP time still follows capture time";
+  EXPECT_EQ(got[2].timestamp, 28530u);
+  EXPECT_EQ(dropped(), 0u);
 }
 
 TEST_F(FrameLoopTest, StopDuringThePacingWaitSendsNothing) {

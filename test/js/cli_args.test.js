@@ -16,7 +16,8 @@ test('without flags the whole first screen goes to 127.0.0.1:5004 at 1080p60 and
   assert.deepStrictEqual(parse(), {
     captureKind: 'screen', nativeHandle: 0, width: 1920, height: 1080, fps: 60, bitrate: 8_000_000,
     encoder: 'auto', ip: '127.0.0.1', port: 5004, payloadType: 96, ssrc: 0xabcdef01,
-    receiver: true, help: false, durationSeconds: null, sdpPath: null, snapshotPath: null,
+    receiver: true, view: false, help: false, durationSeconds: null, sdpPath: null, snapshotPath: null,
+    httpPort: 8080, httpHost: '127.0.0.1',
   });
   const ssrc = parseArgs([]).ssrc;
   assert.ok(Number.isInteger(ssrc) && ssrc >= 0 && ssrc <= 0xffffffff, 'a random 32-bit SSRC by default');
@@ -29,11 +30,22 @@ test('every flag lands in the configuration, with a space or an equals sign', ()
   assert.deepStrictEqual(config, {
     captureKind: 'screen', nativeHandle: 2, width: 1280, height: 720, fps: 30, bitrate: 500_000,
     encoder: 'mf-h264', ip: '10.1.2.3', port: 6000, payloadType: 127, ssrc: 0xdeadbeef,
-    receiver: false, help: false, durationSeconds: 2.5, sdpPath: 'out.sdp', snapshotPath: 'shot.png',
+    receiver: false, view: false, help: false, durationSeconds: 2.5, sdpPath: 'out.sdp', snapshotPath: 'shot.png',
+    httpPort: 8080, httpHost: '127.0.0.1',
   });
   assert.strictEqual(parse('--help').help, true);
   assert.strictEqual(parse('-h').help, true);
   assert.strictEqual(parse('--encoder', 'nvenc').encoder, 'nvenc');
+});
+
+test('--view takes the page\'s HTTP port and host, and refuses what only the built-in receiver does', () => {
+  const config = parse('--view', '--http', '9000', '--http-host', '0.0.0.0');
+  assert.deepStrictEqual([config.view, config.httpPort, config.httpHost], [true, 9000, '0.0.0.0']);
+  rejects(['--http', '9000'], /go with --view/);
+  rejects(['--view', '--no-receiver'], /not go with --no-receiver/);
+  rejects(['--view', '--snapshot', 'a.png'], /--snapshot needs the built-in receiver/);
+  rejects(['--view', '--http', '70000'], /--http must be from 0 to 65535/);
+  rejects(['--view', '--http-host', 'a b'], /--http-host expects a host name/);
 });
 
 test('a window id is read as xwininfo prints it, in hex or decimal', () => {

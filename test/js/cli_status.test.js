@@ -2,7 +2,8 @@
 const test = require('node:test');
 const assert = require('node:assert');
 
-const { formatBitrate, announcement, RateMeter, LiveLines } = require('../../lib/cli/status');
+const status = require('../../lib/cli/status');
+const { formatBitrate, announcement, RateMeter, LiveLines } = status;
 const { parseArgs } = require('../../lib/cli/args');
 
 test('bit rates read in the unit that suits them', () => {
@@ -39,4 +40,11 @@ test('on a terminal the live lines are redrawn in place; elsewhere they are prin
   pipe.show(['a']);
   pipe.show(['b']);
   assert.deepStrictEqual(logged, ['a\n', 'b\n']);
+});
+
+test('the receiver line says when no picture has come for two seconds instead of showing still figures', () => {
+  const counters = { packets: 10, accessUnits: 3, keyFrames: 1, gaps: 0, lost: 0 };
+  assert.match(status.receiverLine(counters, 1000, 1999), /^receiver  10 packets  3 pictures/);
+  assert.strictEqual(status.receiverLine(counters, 0, 2000), 'receiver  no picture for 2 s: the screen is still, or the capture was lost');
+  assert.match(status.receiverLine(counters, 0, 61_500), /no picture for 61 s/);
 });

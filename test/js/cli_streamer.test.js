@@ -76,6 +76,14 @@ async function setup(t, extraArgs = () => []) {
   return { dir, port, config, addon, machine, out, signals, run };
 }
 
+test('once pictures stop coming, the receiver line says so', async (t) => {
+  const { out, run } = await setup(t, () => ['--duration', '3.3']);
+  assert.strictEqual(await run(), 0);
+  const lines = out.text.split('\n').filter((l) => l.startsWith('receiver'));
+  assert.match(lines[0], /^receiver  \d+ packets/, 'figures while pictures come');
+  assert.ok(lines.some((l) => /^receiver  no picture for [23] s: the screen is still, or the capture was lost$/.test(l)), lines.join('\n'));
+});
+
 test('a run streams, writes the SDP of the received stream, shows figures and stops after its duration', async (t) => {
   const { dir, port, addon, machine, out, signals, run } = await setup(t, (d) => ['--duration', '1.2', '--snapshot', path.join(d, 'shot.png')]);
   const snapshot = path.join(dir, 'shot.png');
