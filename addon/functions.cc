@@ -10,8 +10,12 @@
 namespace {
 
 // The one session of the process, shared by every JavaScript environment that loads the module.
-// Its destructor at unload or exit stops a running session.
-NativeSession session;
+// Never destroyed: at process exit Windows has already killed the worker and holds the loader
+// lock, where joins, MFShutdown and CoUninitialize are not safe. The environment's cleanup hook
+// stops the session instead, on the JavaScript thread.
+NativeSession& session = *new NativeSession;
+// The environment whose start made the running session; its cleanup hook stops it.
+napi_env sessionOwner = nullptr;
 
 // Every JavaScript environment of the process (worker threads, Electron contexts) shares the one
 // session: start and stop take this lock, so that one thread at a time starts, joins or restarts
@@ -25,6 +29,24 @@ void setNumber(napi_env env, napi_value object, const char* key, double number) 
   napi_value value;
   if (throwIfFailed(env, napi_create_double(env, number, &value))) return;
   throwIfFailed(env, napi_set_named_property(env, object, key, value));
+}
+
+// One record per registration, so that no two hooks share the (function, argument) pair that
+// Node-API refuses twice.
+struct CleanupRecord {
+  napi_env env;
+};
+
+void stopOwnedSession(void* data) {
+  auto* record = static_cast<CleanupRecord*>(data);
+  {
+    std::lock_guard<std::recursive_mutex> serialised(sessionCallLock);
+    if (sessionOwner == record->env) {
+      session.stop();
+      sessionOwner = nullptr;
+    }
+  }
+  delete record;
 }
 
 }  // namespace
@@ -64,6 +86,7 @@ Napi::Value start(const Napi::CallbackInfo& info) {
     throwError(env, "nativeHandle is required");
     return undefined;
   }
+  sessionOwner = env;
   if (!session.start(options)) {
     std::string text = session.lastError.empty() ? "Failed to start native Kestrane session" : session.lastError;
     throwError(env, text.c_str());
@@ -75,6 +98,15 @@ Napi::Value stop(const Napi::CallbackInfo& info) {
   std::lock_guard<std::recursive_mutex> serialised(sessionCallLock);
   session.stop();
   return info.Env().Undefined();
+}
+
+bool addSessionCleanupHook(napi_env env) {
+  auto* record = new CleanupRecord{env};
+  if (throwIfFailed(env, napi_add_env_cleanup_hook(env, stopOwnedSession, record))) {
+    delete record;
+    return false;
+  }
+  return true;
 }
 
 Napi::Value getMetrics(const Napi::CallbackInfo& info) {

@@ -12,3 +12,7 @@ Napi::Value start(const Napi::CallbackInfo& info);
 Napi::Value stop(const Napi::CallbackInfo& info);
 // The session's rates and counters as a new plain object, read without a lock.
 Napi::Value getMetrics(const Napi::CallbackInfo& info);
+// Registers the environment's cleanup hook: when the environment goes (a worker thread ends, the
+// host shuts down) a session that it started is stopped on its own thread. False, with a
+// JavaScript exception pending, if Node-API refused.
+bool addSessionCleanupHook(napi_env env);

@@ -47,6 +47,7 @@ NAPI_MODULE_EXPORT napi_value napi_register_module_v1(napi_env env, napi_value e
   defineFunction(env, exports, "start", start);
   defineFunction(env, exports, "stop", stop);
   defineFunction(env, exports, "getMetrics", getMetrics);
+  addSessionCleanupHook(env);
   return exports;
 }
 

@@ -6,6 +6,7 @@
 #include "session/start_options.h"
 #include "support/failure.h"
 #include "support/log.h"
+#include "support/performance_time.h"
 
 DxgiDuplicationCapture::~DxgiDuplicationCapture() {
   // The duplication goes before the texture; a held frame dies with the duplication.
@@ -123,7 +124,9 @@ bool DxgiDuplicationCapture::acquireFrame(CountedRef<ID3D11Texture2D>& texture, 
 
   d3d->context->CopyResource(stagingTexture.get(), frame.get());
   texture.share(stagingTexture.get());
-  timestamp = int64_t(info.LastPresentTime.QuadPart);
+  // The present time is in performance-counter ticks; the frame loop schedules in 100 ns ticks.
+  // 0 (only the pointer moved) stays 0.
+  timestamp = performanceCounterTo100ns(info.LastPresentTime.QuadPart);
   return true;
 }
 

@@ -1,8 +1,9 @@
 #include "capture/frame_arrived_handler.h"
 
-#include "capture/wgc_window_capture.h"
+#include <utility>
 
-FrameArrivedHandler::FrameArrivedHandler(WgcWindowCapture* capture) : capture(capture) {}
+FrameArrivedHandler::FrameArrivedHandler(std::shared_ptr<std::atomic<bool>> frameReady)
+    : frameReady(std::move(frameReady)) {}
 
 FrameArrivedHandler::~FrameArrivedHandler() {
   if (marshaler != nullptr) marshaler->Release();
@@ -46,6 +47,6 @@ ULONG FrameArrivedHandler::Release() {
 }
 
 HRESULT FrameArrivedHandler::Invoke(ABI::Windows::Graphics::Capture::IDirect3D11CaptureFramePool*, IInspectable*) {
-  capture->frameReady.store(true);
+  frameReady->store(true);
   return S_OK;
 }

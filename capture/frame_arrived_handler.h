@@ -1,17 +1,16 @@
 // The delegate that the frame pool calls when a frame waits. It is agile (IAgileObject, and
 // IMarshal through a free-threaded marshaler made on demand), so that the platform may call it
-// on any thread; Invoke only sets the capture's frameReady flag.
+// on any thread; Invoke only sets the flag it shares with the capture.
 #pragma once
 
 #include <objbase.h>
 #include <windows.h>
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 
 #include "windows.graphics.capture.h"
-
-class WgcWindowCapture;
 
 using FrameArrivedDelegate =
     ABI::Windows::Foundation::ITypedEventHandler<ABI::Windows::Graphics::Capture::Direct3D11CaptureFramePool*,
@@ -19,8 +18,9 @@ using FrameArrivedDelegate =
 
 class FrameArrivedHandler final : public FrameArrivedDelegate, public IAgileObject {
  public:
-  // `capture` is not owned: its pool is closed before it goes.
-  explicit FrameArrivedHandler(WgcWindowCapture* capture);
+  // The flag is shared, not borrowed: an Invoke in flight while the capture goes, or a pool that
+  // could not be closed, still writes into memory that lives.
+  explicit FrameArrivedHandler(std::shared_ptr<std::atomic<bool>> frameReady);
   FrameArrivedHandler(const FrameArrivedHandler&) = delete;
   FrameArrivedHandler& operator=(const FrameArrivedHandler&) = delete;
 
@@ -35,7 +35,7 @@ class FrameArrivedHandler final : public FrameArrivedDelegate, public IAgileObje
   HRESULT queryMarshaler(void** ppvObject);
 
   std::atomic<ULONG> references{1};
-  WgcWindowCapture* const capture;
+  const std::shared_ptr<std::atomic<bool>> frameReady;
   std::mutex marshalerMutex;
   IUnknown* marshaler = nullptr;  // the free-threaded marshaler's own IUnknown, once asked for
 };

@@ -13,6 +13,7 @@
 #include "gpu/d3d_context.h"
 #include "session/start_options.h"
 #include "support/log.h"
+#include "support/performance_time.h"
 #include "windows.graphics.capture.h"
 #include "windows.graphics.capture.interop.h"
 #include "windows.graphics.directx.direct3d11.interop.h"
@@ -39,7 +40,6 @@ struct WgcWindowCapture::WgcObjects {
 namespace {
 
 constexpr INT32 kFrameBuffers = 3;
-constexpr int64_t kTicksPerSecond = 10000000;  // 100 ns ticks
 
 // A failing HRESULT of a WinRT or COM call. It never leaves this file: each operation catches it.
 struct WinrtFailure {
@@ -95,21 +95,6 @@ CountedRef<IDirect3DDevice> wrapDevice(ID3D11Device* d3dDevice) {
   return device;
 }
 
-// The performance counter in 100 ns ticks, or 0 without a positive frequency. Whole seconds and
-// the rest are scaled apart, so that counter * 10^7 never has to fit in 64 bits.
-int64_t performanceTime() {
-  LARGE_INTEGER counter = {};
-  LARGE_INTEGER frequency = {};
-  QueryPerformanceCounter(&counter);
-  QueryPerformanceFrequency(&frequency);
-  if (frequency.QuadPart <= 0) return 0;
-  uint64_t ticks = uint64_t(counter.QuadPart);
-  uint64_t rate = uint64_t(frequency.QuadPart);
-  uint64_t seconds = ticks / rate;
-  uint64_t rest = ticks % rate;
-  return int64_t(seconds * uint64_t(kTicksPerSecond) + rest * uint64_t(kTicksPerSecond) / rate);
-}
-
 bool sameShape(const D3D11_TEXTURE2D_DESC& a, const D3D11_TEXTURE2D_DESC& b) {
   return a.Width == b.Width && a.Height == b.Height && a.Format == b.Format;
 }
@@ -159,7 +144,7 @@ bool WgcWindowCapture::init(D3DContext* context, const StartOptions& options) {
     check(cursorControl.queryFrom(fresh->session.get()));
     check(cursorControl->put_IsCursorCaptureEnabled(false));
     // Subscribed before capture starts; the token isn't kept, as closing the pool ends it.
-    auto* handler = new FrameArrivedHandler(this);
+    auto* handler = new FrameArrivedHandler(frameReadyFlag);
     EventRegistrationToken token = {};
     HRESULT subscribed = fresh->framePool->add_FrameArrived(handler, &token);
     handler->Release();
@@ -231,7 +216,7 @@ bool WgcWindowCapture::copyNextFrame(CountedRef<ID3D11Texture2D>& texture, int64
     }
   }
   d3d->context->CopyResource(frameTexture.get(), source.get());
-  int64_t time = performanceTime();
+  int64_t time = performanceTimeNow();
 
   texture.share(frameTexture.get());
   timestamp = time;

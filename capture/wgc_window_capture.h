@@ -26,7 +26,6 @@ class WgcWindowCapture : public CaptureSource {
   void releaseFrame() override;
 
  private:
-  friend class FrameArrivedHandler;
   struct WgcObjects;
 
   // Closes the session, then the pool, so that no handler runs once it returns. Safe to repeat.
@@ -36,8 +35,10 @@ class WgcWindowCapture : public CaptureSource {
   D3DContext* d3d = nullptr;
   CountedRef<ID3D11Texture2D> frameTexture;
   std::mutex frameMutex;
-  // Set by the platform's thread when a frame arrives, cleared by the worker.
-  std::atomic<bool> frameReady{false};
+  // Set by the platform's thread when a frame arrives, cleared by the worker. Shared with the
+  // FrameArrived handler, which may outlive this source.
+  std::shared_ptr<std::atomic<bool>> frameReadyFlag = std::make_shared<std::atomic<bool>>(false);
+  std::atomic<bool>& frameReady = *frameReadyFlag;
   bool started = false;
   bool enteredApartment = false;
   std::unique_ptr<WgcObjects> objects;

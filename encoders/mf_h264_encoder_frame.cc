@@ -15,6 +15,8 @@ namespace {
 
 // A drain polls "nothing ready yet" at most this often before giving the picture up.
 constexpr uint32_t kDrainRounds = 32;
+// One picture gives one output, or a few; a transform that keeps giving must not trap the worker.
+constexpr uint32_t kMaxDrainOutputs = 16;
 // ProcessInput refused this often, with a discarding drain between, ends the picture.
 constexpr uint32_t kInputRounds = 16;
 // The search for a new output type after a stream change ends at MF_E_NO_MORE_TYPES or an
@@ -59,11 +61,13 @@ bool MfH264Encoder::encodeDirect(ID3D11Texture2D* texture, std::vector<uint8_t>*
 
 void MfH264Encoder::drainOutput(std::vector<uint8_t>* out, bool* keyFrame) {
   uint32_t count = 0;
-  for (;;) {
+  for (uint32_t outputs = 0;;) {
     HRESULT hr = S_OK;
     if (pullOutput(out, keyFrame, true, &hr)) {
       count = 1;
-      continue;
+      if (++outputs < kMaxDrainOutputs) continue;
+      logFailureLimited("MF output drain stopped: the transform keeps giving output", E_UNEXPECTED);
+      return;
     }
     if (hr == MF_E_TRANSFORM_NEED_MORE_INPUT) return;
     if (hr == E_UNEXPECTED) {

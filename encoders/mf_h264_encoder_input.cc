@@ -75,14 +75,19 @@ bool MfH264Encoder::addCpuBuffer(ID3D11Texture2D* texture, IMFSample* sample) {
     return false;
   }
   BYTE* data = nullptr;
-  if (SUCCEEDED(buffer->Lock(&data, nullptr, nullptr))) {
-    const auto* source = static_cast<const BYTE*>(mapped.pData);
-    for (uint32_t y = 0; y < height; ++y)
-      std::memcpy(data + size_t(y) * width, source + size_t(y) * mapped.RowPitch, width);
-    for (uint32_t y = 0; y < height / 2; ++y)
-      std::memcpy(data + size_t(height + y) * width, source + size_t(height + y) * mapped.RowPitch, width);
-    buffer->Unlock();
+  HRESULT hr = buffer->Lock(&data, nullptr, nullptr);
+  if (FAILED(hr)) {
+    // The buffer holds nothing of the picture: the frame fails rather than encode garbage.
+    d3d->context->Unmap(readable, 0);
+    logFailureLimited("MF encoder failed to lock its input buffer", hr);
+    return false;
   }
+  const auto* source = static_cast<const BYTE*>(mapped.pData);
+  for (uint32_t y = 0; y < height; ++y)
+    std::memcpy(data + size_t(y) * width, source + size_t(y) * mapped.RowPitch, width);
+  for (uint32_t y = 0; y < height / 2; ++y)
+    std::memcpy(data + size_t(height + y) * width, source + size_t(height + y) * mapped.RowPitch, width);
+  buffer->Unlock();
   buffer->SetCurrentLength(size);
   d3d->context->Unmap(readable, 0);
   sample->AddBuffer(buffer.get());

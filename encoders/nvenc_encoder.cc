@@ -139,10 +139,18 @@ bool NvencEncoder::loadFunctionList() {
   return functionList.nvEncOpenEncodeSessionEx != nullptr && functionList.nvEncInitializeEncoder != nullptr;
 }
 
+void NvencEncoder::destroyRefusedSession() {
+  if (encoderHandle != nullptr && functionList.nvEncDestroyEncoder != nullptr)
+    functionList.nvEncDestroyEncoder(encoderHandle);
+  encoderHandle = nullptr;
+}
+
 bool NvencEncoder::openSession() {
   NVENCSTATUS status = NV_ENC_SUCCESS;
   for (uint32_t apiVersion : kApiVersionTries) {
-    encoderHandle = nullptr;
+    // A refusal may still hand out a session, open until destroyed. The last try's waits for
+    // the report below, which reads its error text.
+    destroyRefusedSession();
     NV_ENC_OPEN_ENCODE_SESSION_EX_PARAMS params{};
     params.version = apiVersion | kOpenSessionStructure;
     params.deviceType = NV_ENC_DEVICE_TYPE_DIRECTX;
@@ -159,7 +167,7 @@ bool NvencEncoder::openSession() {
   // Only the last try's status is told. A success without a handle records nothing: init then
   // fails without a text of its own.
   reportNvencFailure("NVENC open encode session", status, &functionList, encoderHandle);
-  encoderHandle = nullptr;
+  destroyRefusedSession();
   return false;
 }
 

@@ -37,6 +37,8 @@ class NvencEncoder : public VideoEncoder {
  private:
   bool loadFunctionList();
   bool openSession();
+  // Destroys the session handle that a refused open left, if any.
+  void destroyRefusedSession();
   bool initializeWithPreset(const GUID& preset);
   void destroySession();
   // The frame path's steps before the picture goes to the driver.

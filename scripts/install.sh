@@ -14,8 +14,28 @@ apt_install() {
   echo "installing ${missing[*]}"
   local sudo_cmd=()
   [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
-  "${sudo_cmd[@]}" apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  # Another apt-get (an unattended upgrade, a second install beside this one) may hold the package
+  # lock: apt waits for it instead of failing at once, and says so while it waits.
+  local lock_wait=(-o "DPkg::Lock::Timeout=$apt_lock_timeout")
+  apt_lock_note
+  "${sudo_cmd[@]}" apt-get "${lock_wait[@]}" update -qq
+  apt_lock_note
+  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get "${lock_wait[@]}" install -y -qq --no-install-recommends \
+    "${missing[@]}"
+}
+
+# Seconds apt waits for another apt-get's lock before it gives up, and the lock it waits for.
+apt_lock_timeout=${apt_lock_timeout:-600}
+apt_lock_file=${apt_lock_file:-/var/lib/dpkg/lock-frontend}
+
+# apt_lock_note: says so when another process holds the package lock, so that a wait isn't taken
+# for a hang. apt's own note is silent at -qq. The lock is a POSIX one: /proc/locks lists it by inode.
+apt_lock_note() {
+  local inode
+  inode=$(stat -c %i "$apt_lock_file" 2>/dev/null) || return 0
+  if grep -qE ":$inode " /proc/locks 2>/dev/null; then
+    echo "waiting up to ${apt_lock_timeout}s for another apt-get to release $apt_lock_file" >&2
+  fi
 }
 
 # npm_install: the npm dependencies, when absent or when the lock file changed since the last install.

@@ -82,6 +82,8 @@ load_and_check() {
     const metrics = JSON.stringify(result.metrics);
     if (metrics !== JSON.stringify({ captureFps: 0, encodeFps: 0, rtpFps: 0, droppedFrames: 0, bitrate: 0, avgFrameBytes: 0, encoderName: "" }))
       throw new Error(`getMetrics() gave ${metrics}`);
+    if (JSON.stringify(result.workerMetrics) !== metrics || result.workerExit !== 0)
+      throw new Error(`a worker environment gave ${JSON.stringify(result.workerMetrics)} and exit ${result.workerExit}`);
   ' "$result" "$expected_functions" "$expected_available" || fail "$label"
   echo "test-windows: loaded $label: functions $expected_functions, isAvailable() $expected_available"
 }

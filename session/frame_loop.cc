@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <vector>
 
 #include "encoders/encoder_selection.h"
 #include "session/native_session.h"
 #include "session/pipeline.h"
+#include "support/failure.h"
 #include "support/format_bounded.h"
 #include "support/log.h"
 
@@ -191,6 +193,12 @@ bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t tim
     session.firstFrameTick -= time.dueTime - now;
     time.dueTime = now;
   }
+  if (!time.onTimestampClock && now > time.dueTime + pacing.lateLimitMs) {
+    // The index clock moves only when something is sent, so after a still period every frame
+    // would be late for good: the schedule starts again at this frame's slot.
+    session.frameIndex = static_cast<uint32_t>((now - session.firstFrameTick) * pacing.fps / 1000);
+    time = scheduleOf(session, timestamp, pacing);
+  }
   if (now > time.dueTime + pacing.lateLimitMs) {
     countDrop(session);
     return true;
@@ -252,8 +260,34 @@ bool processFrame(NativeSession& session, ID3D11Texture2D* texture, uint64_t tim
   return sendWithoutSlice(session, out, timestamp, time.rtpTimestamp, pacing, state);
 }
 
+namespace {
+
+// Nothing may leave the thread's function: an exception there would end the host. One that
+// escapes bring-up fails it with its text; one that escapes a pass costs that frame.
+bool bringUpCatching(NativeSession& session) {
+  const char* what = "unknown exception";
+  try {
+    return bringUpPipeline(session);
+  } catch (const std::exception& error) {
+    what = error.what();
+  } catch (...) {
+  }
+  char text[256];
+  formatBounded(text, sizeof text, "Native Kestrane session bring-up failed: %s", what);
+  threadLastFailure.clear();  // an earlier, survived detail is not the reason
+  session.reportInitFailure(text);
+  return false;
+}
+
+void countEscapedException(NativeSession& session, uint64_t& count) {
+  countDrop(session);
+  if (++count == 1 || count % kEncodeFailureLogEvery == 0) logError("Frame dropped: an exception escaped its pass");
+}
+
+}  // namespace
+
 void runWorker(NativeSession* session) {
-  if (!bringUpPipeline(*session)) {
+  if (!bringUpCatching(*session)) {
     // What a failed bring-up built goes at once, so that no later bring-up meets a copy that
     // holds contexts that are gone.
     tearDownPipeline(*session);
@@ -265,6 +299,7 @@ void runWorker(NativeSession* session) {
   FramePacing pacing = FramePacing::forRate(session->options.fps);
   FrameLoopState state;
   CountedRef<ID3D11Texture2D> texture;
+  uint64_t escapedExceptions = 0;
   while (!session->stopRequested.load()) {
     texture.reset();
     // What the source shows before the next slot would only be skipped: it keeps its latest
@@ -273,15 +308,20 @@ void runWorker(NativeSession* session) {
       Sleep(1);
       continue;
     }
-    int64_t timestamp = 0;
-    if (!session->capture->acquireFrame(texture, timestamp)) {
-      Sleep(1);
-      continue;
+    bool goOn = true;
+    try {
+      int64_t timestamp = 0;
+      if (!session->capture->acquireFrame(texture, timestamp)) {
+        Sleep(1);
+        continue;
+      }
+      SessionMetrics& metrics = session->metrics;
+      updateRate(GetTickCount64(), metrics.captureWindowStart, metrics.captureCount, metrics.captureFps);
+      session->capture->releaseFrame();
+      goOn = processFrame(*session, texture.get(), static_cast<uint64_t>(timestamp), pacing, state);
+    } catch (...) {
+      countEscapedException(*session, escapedExceptions);
     }
-    SessionMetrics& metrics = session->metrics;
-    updateRate(GetTickCount64(), metrics.captureWindowStart, metrics.captureCount, metrics.captureFps);
-    session->capture->releaseFrame();
-    bool goOn = processFrame(*session, texture.get(), static_cast<uint64_t>(timestamp), pacing, state);
     texture.reset();
     if (!goOn) break;
   }

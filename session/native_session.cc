@@ -44,12 +44,14 @@ bool NativeSession::start(const StartOptions& startOptions) {
                            [this] { return initState.load() != kInitPending; });
   int32_t verdict = initState.load();
   if (verdict > 0) return true;
+  stopRequested.store(true);
+  if (workerThread.joinable()) workerThread.join();
+  // Only now is lastError ours alone: a worker late past the deadline may have written it up to
+  // the join. Its text, where it left one, wins over the general ones.
   if (lastError.empty()) {
     lastError = verdict != kInitPending ? "Native Kestrane session failed to initialize"
                                         : "Native Kestrane session init timed out after 10s";
   }
-  stopRequested.store(true);
-  if (workerThread.joinable()) workerThread.join();
   running.store(false);
   return false;
 }

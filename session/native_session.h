@@ -55,7 +55,8 @@ class NativeSession {
   std::unique_ptr<CaptureSource> capture;
 
   SessionMetrics metrics;
-  // The schedule's origin and the access units sent: they outlive every worker.
+  // The schedule's origin and the index clock's count (access units sent, moved on to the slot
+  // of the first frame after a still period): they outlive every worker.
   uint64_t firstFrameTick = 0;
   uint64_t firstFrameTimestamp = 0;
   uint32_t frameIndex = 0;

@@ -17,6 +17,9 @@ bool drawWindowRect(uint64_t window, int32_t left, int32_t top, int32_t width, i
 bool resizeWindow(uint64_t window, int32_t width, int32_t height);
 bool closeWindow(uint64_t window);
 void closeAllWindows();
+// Window captures that started with cursor capture enabled (the default), so that the pointer is
+// drawn into their frames; counted over the life of the process.
+uint64_t capturesStartedWithCursor();
 int openWindowCount();
 
 }  // namespace platform::control

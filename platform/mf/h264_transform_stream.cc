@@ -9,6 +9,7 @@
 #include "mferror.h"
 #include "platform/control/mf_control.h"
 #include "platform/d3d11/texture.h"
+#include "platform/mf/encoder_record.h"
 #include "platform/mf/h264_transform.h"
 #include "platform/mf/objects.h"
 
@@ -175,6 +176,7 @@ HRESULT H264Transform::ProcessInput(DWORD dwInputStreamID, IMFSample* pSample, D
     EncodedOutput output;
     if (HRESULT hr = encode(pSample, output); FAILED(hr)) return hr;
     outputs.push_back(std::move(output));
+    recordInputSample(pSample);
     return S_OK;
   }
   if (managerDevice == nullptr) return MF_E_DXGI_DEVICE_NOT_INITIALIZED;
@@ -183,6 +185,7 @@ HRESULT H264Transform::ProcessInput(DWORD dwInputStreamID, IMFSample* pSample, D
   --credits;
   pSample->AddRef();
   inputs.push_back(pSample);
+  recordInputSample(pSample);
   lock.unlock();
   workArrived.notify_all();
   return S_OK;

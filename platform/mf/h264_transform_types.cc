@@ -4,6 +4,7 @@
 #include "mfapi.h"
 #include "mferror.h"
 #include "platform/mf/attribute_store.h"
+#include "platform/mf/encoder_record.h"
 #include "platform/mf/h264_transform.h"
 #include "platform/mf/objects.h"
 
@@ -209,6 +210,7 @@ HRESULT H264Transform::SetOutputType(DWORD dwOutputStreamID, IMFMediaType* pType
   if (!sameStream || next.bitrate != format.bitrate || next.keyFrameSpacing != format.keyFrameSpacing) codec.reset();
   format = next;
   replace(outputType, copyOf(pType));
+  recordOutputType(pType);
   if (announceAfterTypeSet && !outputs.empty()) {
     announceAfterTypeSet = false;
     events.queue(METransformHaveOutput);

@@ -23,13 +23,22 @@ NVENCSTATUS NVENCAPI openEncodeSessionEx(NV_ENC_OPEN_ENCODE_SESSION_EX_PARAMS* p
   *encoder = nullptr;
   // The session's own API version and the structure's word must both be ones this driver knows:
   // a client newer than the driver is refused, an older one is served.
-  if (!structVersionAccepted(params->version, NV_ENC_OPEN_ENCODE_SESSION_EX_PARAMS_VER) ||
-      !apiVersionSupported(params->apiVersion))
+  constexpr uint32_t kStructPart = 0xF0FF0000u;  // flags, the 7 tag and the structure number
+  if ((params->version & kStructPart) != (NV_ENC_OPEN_ENCODE_SESSION_EX_PARAMS_VER & kStructPart))
     return NV_ENC_ERR_INVALID_VERSION;
   if (params->deviceType != NV_ENC_DEVICE_TYPE_DIRECTX) return NV_ENC_ERR_UNSUPPORTED_PARAM;
   if (params->device == nullptr) return NV_ENC_ERR_INVALID_PTR;
   d3d11::Device* device = d3d11::Device::from(static_cast<ID3D11Device*>(params->device));
   if (device == nullptr || device->destroyed() || device->references() == 0) return NV_ENC_ERR_INVALID_DEVICE;
+  if (!structVersionAccepted(params->version, NV_ENC_OPEN_ENCODE_SESSION_EX_PARAMS_VER) ||
+      !apiVersionSupported(params->apiVersion)) {
+    // As the driver does, the refusal comes with a handle of the half-made session, which counts
+    // as open until the client destroys it.
+    auto refused = std::make_shared<Session>(device, params->apiVersion);
+    refused->fail(NV_ENC_ERR_INVALID_VERSION, "the client's API version is newer than the driver's");
+    *encoder = addSession(std::move(refused), control::currentMachine().nvencSessionLimit);
+    return NV_ENC_ERR_INVALID_VERSION;
+  }
   // Only NVIDIA's own GPUs have the encoder; a device of another vendor's adapter has none.
   if (device->adapter() == nullptr || device->adapter()->description().vendorId != 0x10DE)
     return NV_ENC_ERR_UNSUPPORTED_DEVICE;

@@ -1,8 +1,17 @@
 #include "platform/wgc/capture_session.h"
 
+#include <atomic>
 #include <utility>
 
+#include "platform/control/window_control.h"
+
 namespace platform::wgc {
+namespace {
+
+// Captures that started with the pointer in their frames, for tests that the pointer is left out.
+std::atomic<uint64_t> startedWithCursor{0};
+
+}  // namespace
 
 CaptureSession::CaptureSession(CaptureFramePool* pool, CaptureItem* item)
     : ComObject("IGraphicsCaptureSession"), pool(pool), item(item) {
@@ -28,6 +37,7 @@ HRESULT CaptureSession::StartCapture() {
   // A window that has gone by now gives a session that captures nothing, as a closed item does.
   if (target != nullptr && !pool->core()->startCapture(std::move(target), pool)) return RO_E_CLOSED;
   started = true;
+  if (cursorCaptureEnabled) startedWithCursor.fetch_add(1);
   return S_OK;
 }
 
@@ -72,3 +82,9 @@ HRESULT CaptureSession::Close() {
 }
 
 }  // namespace platform::wgc
+
+namespace platform::control {
+
+uint64_t capturesStartedWithCursor() { return wgc::startedWithCursor.load(); }
+
+}  // namespace platform::control

@@ -235,13 +235,27 @@ TEST_F(FrameLoopTest, WithoutAFirstTimestampEveryFrameRunsOnTheIndexClock) {
 }
 
 TEST_F(FrameLoopTest, AFrameFarBehindItsDueTimeIsDroppedBeforeAnyGpuWork) {
-  ASSERT_TRUE(process(0));
-  // On the index clock a frame that follows a long pause is late: nothing was sent meanwhile.
+  const int64_t t0 = 5000 * kTicksPerMs;
+  ASSERT_TRUE(process(t0));
+  // Its capture time says it was due a second ago.
   session->firstFrameTick -= 1000;
-  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(t0 + 20 * kTicksPerMs));
   EXPECT_EQ(encoder->encodeCalls, 1);
   EXPECT_EQ(dropped(), 1u);
   EXPECT_EQ(packets().size(), 1u);
+}
+
+TEST_F(FrameLoopTest, TheIndexClockStartsAgainAtTheFirstFrameAfterAStillPeriod) {
+  ASSERT_TRUE(process(0));
+  // A still second: nothing was sent, so the index clock stands where it was.
+  session->firstFrameTick -= 1000;
+  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(dropped(), 0u);
+  std::vector<RtpPacket> got = packets();
+  ASSERT_EQ(got.size(), 3u);
+  EXPECT_GE(got[1].timestamp, 90000u) << "the RTP clock moved on by the still second";
+  EXPECT_EQ(got[2].timestamp, got[1].timestamp + 1500) << "and runs on from there";
 }
 
 TEST_F(FrameLoopTest, AnEncoderSlowerThanTheLateLimitCostsTheFrameButFillsTheCache) {
@@ -305,6 +319,23 @@ TEST_F(FrameLoopTest, OutputWithoutASliceIsSentOnlyOnceBothParameterSetsAreCache
   EXPECT_EQ(debugLinesWith("H264 output from nvenc has no slice NAL (8 bytes)"), 1u);
 }
 
+TEST_F(FrameLoopTest, OutputWithoutASliceNeedsBothParameterSetsNotEitherOne) {
+  Bytes spsOnly{0, 0, 0, 1, 0x67, 0x42, 0xC0, 0x1F, 0xDA};
+  Bytes ppsOnly{0, 0, 0, 1, 0x68, 0xCE, 0x3C, 0x80};
+  encoder->script.push_back({true, spsOnly});
+  encoder->script.push_back({true, ppsOnly});
+  ASSERT_TRUE(process(0));
+  EXPECT_TRUE(packets().empty()) << "only the SPS is cached";
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(packets().size(), 1u) << "the PPS completes the pair";
+
+  // And the other way round, on a fresh cache.
+  state = FrameLoopState();
+  encoder->script.push_back({true, ppsOnly});
+  ASSERT_TRUE(process(0));
+  EXPECT_TRUE(packets().empty()) << "only the PPS is cached";
+}
+
 TEST_F(FrameLoopTest, FiveOutputsWithoutASliceMakeNvencForceAKeyFrame) {
   for (int i = 0; i < 5; ++i) encoder->script.push_back({true, testing_support::spsPps()});
   for (int i = 0; i < 5; ++i) ASSERT_TRUE(process(0));
@@ -328,6 +359,21 @@ TEST_F(FrameLoopTest, MediaFoundationWithoutSlicesOnAnotherVendorKeepsAskingForN
   EXPECT_EQ(session->encoder.get(), encoder) << "the Media Foundation encoder stays";
 }
 
+TEST_F(FrameLoopTest, ASwitchToNvencEmptiesTheReadbackTextureAndTheCachedParameterSets) {
+  useEncoder(new ScriptedEncoder("mf-h264", false));
+  for (int i = 0; i < 5; ++i) encoder->script.push_back({true, testing_support::spsPps()});
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(process(0));
+  ASSERT_TRUE(state.readbackTexture) << "Media Foundation without GPU input read a CPU copy";
+  ASSERT_FALSE(state.parameterSets.sps.empty());
+  encoder = nullptr;  // the fifth output without a slice replaces it by NVENC
+  ASSERT_TRUE(process(0));
+  ASSERT_STREQ(session->currentEncoderName(), "nvenc");
+  EXPECT_FALSE(state.readbackTexture);
+  EXPECT_TRUE(state.parameterSets.sps.empty());
+  EXPECT_TRUE(state.parameterSets.pps.empty());
+  EXPECT_EQ(state.noSliceCount, 0u);
+}
+
 TEST_F(FrameLoopTest, MediaFoundationWithoutGpuInputReadsACpuCopy) {
   useEncoder(new ScriptedEncoder("mf-h264", false));
   ASSERT_TRUE(process(0));
@@ -339,13 +385,21 @@ TEST_F(FrameLoopTest, MediaFoundationWithoutGpuInputReadsACpuCopy) {
   EXPECT_EQ(encoder->lastInput.Usage, D3D11_USAGE_DEFAULT);
 }
 
-TEST_F(FrameLoopTest, AFailedSendIsADropAndTheIndexStands) {
+TEST_F(FrameLoopTest, AFailedSendIsADropThatCountsAsEncodedAndMovesNoSchedule) {
+  const int64_t t0 = 5000 * kTicksPerMs;
+  ASSERT_TRUE(process(t0));
+  ASSERT_EQ(state.lastSentTimestamp, uint64_t(t0));
+  // An encode window a second old: the next access unit closes it.
+  session->metrics.encodeWindowStart.store(GetTickCount64() - 1000);
+  session->metrics.encodeCount.store(0);
   control::failOnce("sendto", -1);
-  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(t0 + 20 * kTicksPerMs));
   EXPECT_EQ(dropped(), 1u);
-  EXPECT_EQ(session->frameIndex, 0u);
-  ASSERT_TRUE(process(0));
   EXPECT_EQ(session->frameIndex, 1u);
+  EXPECT_GT(session->metrics.encodeFps.load(), 0.0) << "it was encoded, whatever became of it";
+  EXPECT_EQ(state.lastSentTimestamp, uint64_t(t0)) << "the rate limit measures from what was sent";
+  ASSERT_TRUE(process(t0 + 40 * kTicksPerMs));
+  EXPECT_EQ(session->frameIndex, 2u);
 }
 
 TEST_F(FrameLoopTest, AnEmptyEncoderSlotDropsEveryFrame) {
@@ -386,6 +440,43 @@ TEST_F(FrameLoopTest, StopDuringThePacingWaitSendsNothing) {
   stopper.join();
   EXPECT_LT(GetTickCount64() - before, 1000u);
   EXPECT_TRUE(packets().empty());
+}
+
+// Each call reads the tick count once; the fault plan answers it.
+void sendAt(SessionMetrics& metrics, uint64_t tick, uint64_t bytes) {
+  control::failOnce("GetTickCount64", int64_t(tick));
+  metrics.recordSent(bytes);
+}
+
+TEST(SessionMetricsTest, TheBitrateIsTheWindowsBytesInBitsOverItsLength) {
+  control::reset();
+  SessionMetrics metrics;
+  sendAt(metrics, 10000, 1000);  // opens the window and counts in it
+  sendAt(metrics, 10400, 3000);
+  sendAt(metrics, 10800, 5000);
+  EXPECT_DOUBLE_EQ(metrics.bitrate.load(), 0.0) << "no window has closed";
+  sendAt(metrics, 12000, 2000);
+  EXPECT_DOUBLE_EQ(metrics.bitrate.load(), 11000.0 * 8 * 1000 / 2000);
+  sendAt(metrics, 12500, 700);
+  sendAt(metrics, 13250, 300);
+  EXPECT_DOUBLE_EQ(metrics.bitrate.load(), 1000.0 * 8 * 1000 / 1250);
+  control::reset();
+}
+
+TEST_F(FrameLoopTest, TheMeanFrameSizeCountsOutputsWithASliceOnly) {
+  Bytes seiOnly{0, 0, 0, 1, 0x06, 0x05, 0x01, 0x80};
+  Bytes first = testing_support::concat({testing_support::spsPps(), testing_support::idrSlice()});
+  encoder->script.push_back({true, first});
+  encoder->script.push_back({true, seiOnly});
+  encoder->script.push_back({true, testing_support::pSlice()});
+  ASSERT_TRUE(process(0));
+  ASSERT_TRUE(process(0));
+  EXPECT_EQ(packets().size(), 2u) << "the output without a slice was sent too";
+  session->metrics.frameSizeWindowStart.store(GetTickCount64() - 1000);
+  ASSERT_TRUE(process(0));
+  // The P slice went out with the cached parameter sets in front.
+  double third = double(testing_support::spsPps().size() + testing_support::pSlice().size());
+  EXPECT_DOUBLE_EQ(session->metrics.avgFrameBytes.load(), (double(first.size()) + third) / 2);
 }
 
 TEST(SessionMetricsTest, RatesCloseAWindowOnlyWhenItIsASecondOld) {

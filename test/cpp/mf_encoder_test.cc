@@ -252,6 +252,24 @@ TEST_P(MfEncoderKindTest, KeyFramesComeAtTheStartOnRequestAndOncePerSecond) {
   EXPECT_TRUE(containsNalType(stream.data(), stream.size(), kNalSps));
 }
 
+TEST_P(MfEncoderKindTest, TheOutputTypeAndTheSampleTimesAreTheStreamsOwn) {
+  useMachine(machineWith(GetParam()));
+  ASSERT_TRUE(initEncoder(25)) << threadLastFailure;
+  control::MfEncoderRecord taken = control::lastMfEncoderRecord();
+  EXPECT_EQ(taken.profile, 66u) << "Baseline";
+  EXPECT_EQ(taken.level, 51u);
+  EXPECT_EQ(taken.averageBitrate, kBitrate);
+  EXPECT_EQ(taken.interlaceMode, UINT32(MFVideoInterlace_Progressive));
+  EXPECT_EQ(taken.lowLatency, 1u);
+  EXPECT_EQ(taken.frameSize, (uint64_t(kWidth) << 32) | kHeight);
+  EXPECT_EQ(taken.frameRate, (uint64_t(25) << 32) | 1);
+  encodeFrames(3);
+  taken = control::lastMfEncoderRecord();
+  ASSERT_TRUE(taken.inputSampleTimed);
+  EXPECT_EQ(taken.lastSampleTime, 2 * 10000000 / 25) << "the third picture, on the frame rate's grid";
+  EXPECT_EQ(taken.lastSampleDuration, 10000000 / 25);
+}
+
 TEST_P(MfEncoderKindTest, CyclesLeaveNoObjectApartmentOrStartupBehind) {
   for (int cycle = 0; cycle < 4; ++cycle) {
     useMachine(machineWith(GetParam()));
@@ -353,6 +371,35 @@ TEST_F(MfEncoderTest, ReportsAPictureThatCannotBeMappedWithItsOwnCode) {
   EXPECT_FALSE(encoder->encode(texture.get(), &out, nullptr));
   EXPECT_EQ(threadLastFailure, "MF encoder failed to map NV12 texture (hr=0x80004005)");
   EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 0u);
+}
+
+TEST_F(MfEncoderTest, AnInputBufferThatCannotBeLockedFailsThePictureAndTheNextOneGoesOn) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  control::failOnce("IMFMediaBuffer::Lock", E_OUTOFMEMORY);
+  std::vector<uint8_t> out;
+  EXPECT_FALSE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(threadLastFailure, "MF encoder failed to lock its input buffer (hr=0x8007000e)");
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 0u) << "no sample over memory never written";
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 1u);
+}
+
+TEST_F(MfEncoderTest, ADrainEndsAfterSixteenOutputsOfATransformThatNeverStopsGiving) {
+  useMachine(mfMachine(true, false, false));
+  ASSERT_TRUE(initEncoder());
+  CountedRef<ID3D11Texture2D> texture = picture(0);
+  // The transform asks for its output to be fetched first, then answers every fetch with success.
+  control::failOnce("IMFTransform::ProcessInput", MF_E_NOTACCEPTING);
+  control::planFault({"IMFTransform::ProcessOutput", S_FALSE, 0, 0});
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_TRUE(out.empty());
+  // Sixteen discarded to make room, then one fetch for the picture that gives nothing.
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessOutput"), 17u);
+  EXPECT_EQ(threadLastFailure, "MF output drain stopped: the transform keeps giving output (hr=0x8000ffff)");
+  control::clearFaults();
 }
 
 TEST_F(MfEncoderTest, KeepsOneInputTextureForAllPicturesOnTheGpu) {
@@ -479,6 +526,29 @@ TEST_F(MfEncoderTest, KeepsTheHardwareTransformsRequestForTheNextPicture) {
   EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
   EXPECT_EQ(linesContaining("MF timeout waiting for NeedInput"), 0);
   EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), uint64_t(kFrames)) << "never refused";
+}
+
+// A request is answered by one picture only: after a picture whose encoding failed in the
+// transform, which then asks for nothing, no picture goes in until it asks again.
+TEST_F(MfEncoderTest, NoPictureGoesInWithoutARequestPending) {
+  useMachine(mfMachine(false, false, true));
+  ASSERT_TRUE(initEncoder()) << threadLastFailure;
+  encodeFrames(2);
+  // The transform fails to read the next picture; the wait for its output ends at once.
+  control::failOnce("IMFDXGIBuffer::GetResource", E_FAIL);
+  control::planFault({"GetTickCount", 1000, 0, 1, 0, true});
+  control::planFault({"GetTickCount", 6000, 1, 0, 0, true});
+  CountedRef<ID3D11Texture2D> texture = picture(2);
+  std::vector<uint8_t> out;
+  EXPECT_TRUE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 3u);
+  // Whether or not the transform's thread has failed the picture by now, it has asked for no other.
+
+  control::clearFaults();
+  control::planFault({"GetTickCount", 1000, 0, 1, 0, true});
+  control::planFault({"GetTickCount", 6000, 1, 0, 0, true});
+  EXPECT_FALSE(encoder->encode(texture.get(), &out, nullptr));
+  EXPECT_EQ(control::callCount("IMFTransform::ProcessInput"), 3u) << "no request, no input";
 }
 
 TEST_F(MfEncoderTest, GivesUpWaitingForTheTransformsRequestAfterFiveSeconds) {

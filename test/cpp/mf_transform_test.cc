@@ -430,9 +430,11 @@ TEST_F(MfTransformTest, TheHardwareTransformAnswersOnlyAgainstItsEvents) {
   MFT_OUTPUT_DATA_BUFFER output = {};
   DWORD status = 0;
   EXPECT_EQ(transform->ProcessOutput(0, 1, &output, &status), E_UNEXPECTED) << "no output announced";
-  // Whether a second input right after this one finds the credit spent depends on how soon the
-  // transform's thread finishes the picture and asks for the next, so the test doesn't ask.
+  // The transform's thread takes a while over the picture, so that the next request can't have
+  // come yet however fast it encodes.
+  control::delayCall("IMFDXGIBuffer::GetResource", 500, 1);
   ASSERT_EQ(transform->ProcessInput(0, sample.get(), 0), S_OK);
+  EXPECT_EQ(transform->ProcessInput(0, sample.get(), 0), MF_E_NOTACCEPTING) << "the credit is spent";
   ASSERT_EQ(nextEvent(transform.get()), MediaEventType(METransformHaveOutput));
 
   // It provides the sample; one passed in is refused.

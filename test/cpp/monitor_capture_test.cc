@@ -8,6 +8,7 @@
 #include <string>
 
 #include "gpu/d3d_context.h"
+#include "platform/control/clock_control.h"
 #include "platform/control/desktop_control.h"
 #include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
@@ -148,6 +149,26 @@ TEST_F(MonitorCaptureTest, AnAnimatedDesktopGivesItsFramesWithRisingPresentTimes
   EXPECT_EQ(frames, 3);
 }
 
+// The present time comes in performance-counter ticks; the frame loop schedules in 100 ns ticks.
+TEST_F(MonitorCaptureTest, PresentTimesAreIn100nsTicksWhateverTheCounterRate) {
+  struct Clock {
+    int64_t frequency;
+    int64_t counter;
+  };
+  // The old 3.579545 MHz timer far into its range, and a fast counter.
+  for (Clock clock : {Clock{3579545, 3000000000000000000}, Clock{2400000000, 9000000000000000000}}) {
+    control::setPerformanceCounter(clock.frequency, clock.counter);
+    control::fillOutput(0, kBlue);  // still, so that the latest image is the one acquired
+    ASSERT_TRUE(open());
+    ASSERT_TRUE(handOver());
+    int64_t counter = control::latestPresentTime(0);
+    ASSERT_NE(counter, 0);
+    EXPECT_EQ(timestamp, int64_t((unsigned __int128)uint64_t(counter) * 10000000u / uint64_t(clock.frequency)))
+        << clock.frequency;
+  }
+  control::resetPerformanceCounter();
+}
+
 TEST_F(MonitorCaptureTest, APointerOnlyUpdateGivesTheImageAgainWithTimestampZero) {
   control::fillOutput(0, kBlue);
   ASSERT_TRUE(open());
@@ -214,6 +235,24 @@ TEST_F(MonitorCaptureTest, AFailedReopeningLeavesTheSourceDeadForGood) {
   EXPECT_EQ(control::callCount("IDXGIOutputDuplication::AcquireNextFrame"), 0u);
   EXPECT_FALSE(slot);
   EXPECT_EQ(timestamp, 0);
+}
+
+// The output itself gone: the re-opening fails before it reaches DuplicateOutput, and the lost
+// duplication is not asked again.
+TEST_F(MonitorCaptureTest, AReopeningThatFailsBeforeDuplicateOutputLeavesTheSourceDeadToo) {
+  for (const char* call : {"IDXGIDevice::GetAdapter", "IDXGIAdapter::EnumOutputs", "QueryInterface(IDXGIOutput1)"}) {
+    SCOPED_TRACE(call);
+    ASSERT_TRUE(open());
+    ASSERT_TRUE(handOver());
+    control::switchDesktop();
+    control::failOnce(call, DXGI_ERROR_NOT_FOUND);
+    EXPECT_FALSE(handOver());
+    control::resetCallCounts();
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(handOver());
+    EXPECT_EQ(control::callCount("IDXGIOutputDuplication::AcquireNextFrame"), 0u);
+    EXPECT_EQ(control::callCount("IDXGIOutput1::DuplicateOutput"), 0u);
+    capture.reset();
+  }
 }
 
 TEST_F(MonitorCaptureTest, InitFailuresLogTheirStepAndOnlyDuplicateOutputLeavesItsTextForTheUser) {

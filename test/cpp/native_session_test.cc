@@ -12,6 +12,7 @@
 
 #include "platform/control/machine_control.h"
 #include "platform/control/platform_control.h"
+#include "platform/control/window_control.h"
 #include "support/failure.h"
 #include "test/support/udp_receiver.h"
 
@@ -102,7 +103,7 @@ TEST_F(NativeSessionTest, ABringUpThatOutlastsTheLimitFailsWithTheTimeoutOrItsOw
 }
 
 TEST_F(NativeSessionTest, AWorkerThreadThatCannotBeMadeIsAnErrorNotACrash) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the address-space limit that makes thread creation fail can't coexist with the sanitizer's shadow";
 #endif
   pid_t child = fork();
@@ -121,6 +122,42 @@ TEST_F(NativeSessionTest, AWorkerThreadThatCannotBeMadeIsAnErrorNotACrash) {
     bool started = session.start(options);
     bool clear = !started && !session.running.load() && !session.workerThread.joinable() &&
                  session.lastError.rfind("Native Kestrane session could not create its worker thread", 0) == 0;
+    if (!clear) fprintf(stderr, "start gave %d: %s\n", started, session.lastError.c_str());
+    _exit(clear ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status)) << "the child crashed";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+// The address space is filled in a child process, so that allocations in bring-up fail there.
+void limitAddressSpaceTo(uint64_t extraBytes) {
+  unsigned long pages = 0;
+  FILE* statm = fopen("/proc/self/statm", "r");
+  if (!statm || fscanf(statm, "%lu", &pages) != 1) _exit(2);
+  fclose(statm);
+  rlimit limit{};
+  getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = pages * uint64_t(sysconf(_SC_PAGESIZE)) + extraBytes;
+  setrlimit(RLIMIT_AS, &limit);
+}
+
+TEST_F(NativeSessionTest, AnExceptionInBringUpFailsStartWithItsTextAndTheHostLives) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "an address-space limit can't coexist with the sanitizer's shadow";
+#endif
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // The window capture's frame pool needs three buffers of 16 MB: they can't all be had.
+    options.captureKind = CaptureKind::Window;
+    options.nativeHandle = control::openWindow(2048, 2048, 0xFF204060);
+    limitAddressSpaceTo(24u << 20);
+    NativeSession session;
+    bool started = session.start(options);
+    bool clear = !started && !session.running.load() && !session.capture &&
+                 session.lastError == "Native Kestrane session bring-up failed: std::bad_alloc";
     if (!clear) fprintf(stderr, "start gave %d: %s\n", started, session.lastError.c_str());
     _exit(clear ? 0 : 1);
   }

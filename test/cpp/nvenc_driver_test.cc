@@ -190,6 +190,10 @@ TEST_F(NvencDriverTest, SessionsOpenOnNvidiaDevicesOfKnownVersions) {
   EXPECT_EQ(session, nullptr);
   params = openParams(nvidia.device.get(), 0x0100000C);  // 12.1 on a 12.0 driver
   EXPECT_EQ(list.nvEncOpenEncodeSessionEx(&params, &session), NV_ENC_ERR_INVALID_VERSION);
+  // As the driver does, that refusal hands out a half-made session, open until destroyed.
+  ASSERT_NE(session, nullptr);
+  EXPECT_EQ(control::nvencOpenSessionCount(), 1);
+  EXPECT_EQ(list.nvEncDestroyEncoder(session), NV_ENC_SUCCESS);
   params = openParams(nvidia.device.get());
   params.version = NV_ENC_INITIALIZE_PARAMS_VER;
   EXPECT_EQ(list.nvEncOpenEncodeSessionEx(&params, &session), NV_ENC_ERR_INVALID_VERSION);

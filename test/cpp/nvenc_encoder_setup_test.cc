@@ -136,6 +136,9 @@ TEST_F(NvencEncoderTest, DriverOf12_0RefusesTheMinorVersionTry) {
   ASSERT_TRUE(encoder.init(d3d.get(), kNvencTestWidth, kNvencTestHeight, 30, kNvencTestBitrate)) << threadLastFailure;
   EXPECT_EQ(control::callCount("nvEncOpenEncodeSessionEx"), 3u);
   EXPECT_TRUE(logged("NVENC session opened with apiVersion=0x0000000c"));
+  // The driver's refusal of 12.1 came with a handle; only the session that runs is left open.
+  EXPECT_EQ(control::nvencOpenSessionCount(), 1);
+  EXPECT_EQ(control::callCount("nvEncDestroyEncoder"), 1u);
 }
 
 // A driver older than the encoder's structures refuses its function list outright.

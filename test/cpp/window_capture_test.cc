@@ -84,6 +84,14 @@ TEST_F(WindowCapture, InitRefusesAnotherKindAndHandlesThatNameNoWindowWithoutOpe
   EXPECT_TRUE(threadLastFailure.empty()) << "window capture's failures reach the session as its general text";
 }
 
+TEST_F(WindowCapture, ThePointerIsLeftOutOfTheFrames) {
+  uint64_t window = control::openWindow(16, 16, kRed);
+  const uint64_t withCursorBefore = control::capturesStartedWithCursor();
+  auto source = started(window);
+  EXPECT_EQ(control::callCount("IGraphicsCaptureSession::StartCapture"), 1u);
+  EXPECT_EQ(control::capturesStartedWithCursor(), withCursorBefore) << "cursor capture was switched off first";
+}
+
 TEST_F(WindowCapture, AStillWindowGivesOneFirstFrameThenNothingUntilItChanges) {
   uint64_t window = control::openWindow(64, 48, kRed);
   auto source = started(window);
@@ -352,8 +360,8 @@ TEST_F(WindowCapture, SourcesComeAndGoWhileTheWindowChangesWithoutLeaksOrLateHan
 }
 
 TEST_F(WindowCapture, TheFrameArrivedHandlerIsAgileAndMarshalsThroughOneFreeThreadedMarshaler) {
-  WgcWindowCapture capture;
-  auto* handler = new FrameArrivedHandler(&capture);
+  auto frameReady = std::make_shared<std::atomic<bool>>(false);
+  auto* handler = new FrameArrivedHandler(frameReady);
   CountedRef<IAgileObject> agile;
   EXPECT_EQ(agile.queryFrom(handler), S_OK);
   CountedRef<FrameArrivedDelegate> delegate;
@@ -373,13 +381,20 @@ TEST_F(WindowCapture, TheFrameArrivedHandlerIsAgileAndMarshalsThroughOneFreeThre
   EXPECT_EQ(identity.queryFrom(marshal.get()), S_OK);
   EXPECT_EQ(identity.get(), static_cast<IUnknown*>(static_cast<FrameArrivedDelegate*>(handler)));
 
+  // The flag is the handler's as much as the capture's: an Invoke that comes after the capture
+  // went (in flight during teardown, or from a pool that would not close) writes into live memory.
+  std::weak_ptr<std::atomic<bool>> flag = frameReady;
+  frameReady.reset();
   EXPECT_EQ(handler->Invoke(nullptr, nullptr), S_OK);
+  ASSERT_FALSE(flag.expired());
+  EXPECT_TRUE(flag.lock()->load());
   identity.reset();
   again.reset();
   marshal.reset();
   delegate.reset();
   agile.reset();
   EXPECT_EQ(handler->Release(), 0u);
+  EXPECT_TRUE(flag.expired()) << "the last reference frees the shared flag";
   EXPECT_EQ(control::liveObjectCount("IMarshal"), 0);
 }
 

@@ -6,6 +6,7 @@ const test = require('node:test');
 const assert = require('node:assert');
 const fs = require('node:fs');
 const path = require('node:path');
+const { once } = require('node:events');
 const { Worker } = require('node:worker_threads');
 
 const control = require('../../lib/platform_control');
@@ -77,6 +78,55 @@ test('three environments calling start, getMetrics and stop at once leave the ho
     const after = resources();
     assert.ok(after.threads <= before.threads, `threads: ${before.threads} before, ${after.threads} after`);
     assert.deepStrictEqual({ ...after, threads: 0 }, { ...before, threads: 0 });
+  } finally {
+    kestrane.stop();
+    await collector.close();
+  }
+});
+
+// An environment that goes while its session runs (a worker terminated, a context closed) takes
+// the session with it, on its own thread; a session that another environment started stays.
+test('a worker thread terminated with its session running stops that session and only that one', { timeout: 60000 }, async () => {
+  control.reset();
+  const collector = await openCollector();
+  const starter = `
+const { workerData, parentPort } = require('node:worker_threads');
+const kestrane = require(workerData.packageRoot);
+kestrane.start({ captureKind: 'screen', nativeHandle: 0, width: 160, height: 120, fps: 30, bitrate: 500000,
+  rtpTarget: { ip: '127.0.0.1', port: workerData.port }, ssrc: 5, payloadType: 96 });
+parentPort.postMessage('started');
+setInterval(() => {}, 1000);
+`;
+  const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+  // Whether datagrams still leave: polled, with a generous bound for a loaded machine.
+  const streams = async () => {
+    const before = control.datagramsSent();
+    for (let i = 0; i < 100 && control.datagramsSent() === before; ++i) await pause(50);
+    return control.datagramsSent() > before;
+  };
+  const sentWithin = async (ms) => {
+    const before = control.datagramsSent();
+    await pause(ms);
+    return control.datagramsSent() - before;
+  };
+  try {
+    const before = resources();
+    const worker = new Worker(starter, { eval: true, workerData: { packageRoot, port: collector.port } });
+    const [message] = await once(worker, 'message');
+    assert.strictEqual(message, 'started');
+    assert.ok(await streams(), 'the worker\'s session streams');
+    await worker.terminate();
+    assert.strictEqual(await sentWithin(300), 0, 'the session went with its environment');
+    const after = resources();
+    assert.ok(after.threads <= before.threads, `threads: ${before.threads} before, ${after.threads} after`);
+    assert.deepStrictEqual({ ...after, threads: 0 }, { ...before, threads: 0 });
+
+    // A session of this environment outlives another environment that only polled.
+    kestrane.start({ captureKind: 'screen', nativeHandle: 0, width: 160, height: 120, fps: 30, bitrate: 500000,
+      rtpTarget: { ip: '127.0.0.1', port: collector.port }, ssrc: 6, payloadType: 96 });
+    const poller = new Worker(`require(${JSON.stringify(packageRoot)}).getMetrics();`, { eval: true });
+    await once(poller, 'exit');
+    assert.ok(await streams(), 'another environment\'s exit left this session running');
   } finally {
     kestrane.stop();
     await collector.close();

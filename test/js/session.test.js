@@ -11,6 +11,8 @@ const kestrane = require('../../lib');
 const { openCollector, header, assemble, lastPicture, pixel, startXvfb, sleep } = require('./helpers/stream');
 
 const E_FAIL = 0x80004005 | 0;
+const DXGI_ERROR_WAIT_TIMEOUT = 0x887a0027 | 0;
+const E_NOINTERFACE = 0x80004002 | 0;
 
 function options(port, overrides = {}) {
   return {
@@ -19,15 +21,25 @@ function options(port, overrides = {}) {
   };
 }
 
-// Streams for `ms` and gives what arrived.
+// Streams for `ms` and gives what arrived. The session and the socket end however the test
+// fails, so that the file still ends.
 async function stream(overrides, ms, during = async () => {}) {
   const collector = await openCollector();
-  kestrane.start(options(collector.port, overrides));
-  await during();
-  await sleep(ms);
-  kestrane.stop();
-  await collector.close();
+  try {
+    kestrane.start(options(collector.port, overrides));
+    await during();
+    await sleep(ms);
+  } finally {
+    kestrane.stop();
+    await collector.close();
+  }
   return collector.datagrams;
+}
+
+// Polls until `condition` holds, with a generous bound for a loaded machine.
+async function until(condition, what) {
+  for (let i = 0; i < 200 && !condition(); ++i) await sleep(25);
+  assert.ok(condition(), what);
 }
 
 function assertClose(actual, expected, tolerance, what) {
@@ -120,18 +132,28 @@ test('bring-up failures throw their texts, and the next start works', async () =
     ['a window handle names no window', () => {}, { captureKind: 'window', nativeHandle: 12345 },
       'Window capture init failed (WGC). Try sharing the full screen instead.'],
     ['the picture has no size', () => {}, { width: 0 }, 'Video scaler init failed'],
+    ['the output has no IDXGIOutput1, and no detail was recorded', () => control.planFault({ call: 'QueryInterface(IDXGIOutput1)', value: E_NOINTERFACE, times: 1 }), {},
+      'Screen capture init failed (DXGI duplication). Close other capture tools and retry.'],
+    ['the NVIDIA encode device fails and capture then fails without a detail', () => {
+      control.setMachine({ adapters: [{ vendorId: 0x8086, deviceId: 1, outputs: [{ width: 640, height: 480 }] }, { vendorId: 0x10de, deviceId: 0x2484, outputs: [] }] });
+      control.planFault({ call: 'D3D11CreateDevice', value: E_FAIL, after: 1, times: 1 });
+      control.planFault({ call: 'QueryInterface(IDXGIOutput1)', value: E_NOINTERFACE, times: 1 });
+    }, {}, 'D3D11CreateDevice failed (hr=0x80004005)'],
     ['NVENC is asked for on another vendor', () => control.setMachine({ adapters: [{ vendorId: 0x8086, deviceId: 1, outputs: [{ width: 1280, height: 720 }] }] }),
       { encoder: 'nvenc' }, 'NVENC: NVENC requires an NVIDIA GPU'],
   ];
-  for (const [what, arrange, overrides, message] of cases) {
-    arrange();
-    assert.throws(() => kestrane.start({ ...good, ...overrides }), { name: 'Error', message }, what);
-    assert.strictEqual(control.totalLiveObjects(), 0, `${what}: a failed bring-up leaves nothing behind`);
-    kestrane.start(good);
-    kestrane.stop();
-    control.reset();
+  try {
+    for (const [what, arrange, overrides, message] of cases) {
+      arrange();
+      assert.throws(() => kestrane.start({ ...good, ...overrides }), { name: 'Error', message }, what);
+      assert.strictEqual(control.totalLiveObjects(), 0, `${what}: a failed bring-up leaves nothing behind`);
+      kestrane.start(good);
+      kestrane.stop();
+      control.reset();
+    }
+  } finally {
+    await collector.close();
   }
-  await collector.close();
 });
 
 test('a monitor on another vendor\'s adapter is encoded on the NVIDIA one beside it, or on its own without one', async () => {
@@ -207,8 +229,10 @@ test('frames that come too late, fail to encode or fail to send are dropped and 
 });
 
 test('metrics stand still after stop and carry into the next session', async () => {
+  control.planFault({ call: 'nvEncEncodePicture', value: 1, times: 3 });  // some drops to carry
   await stream({ fps: 30 }, 2300);
   const stopped = kestrane.getMetrics();
+  assert.ok(stopped.droppedFrames >= 3, `droppedFrames ${stopped.droppedFrames}`);
   assert.ok(stopped.captureFps > 20 && stopped.captureFps < 90, `captureFps ${stopped.captureFps}`);
   assert.ok(stopped.rtpFps > 5, `rtpFps ${stopped.rtpFps}`);
   assert.ok(stopped.bitrate > 0 && stopped.avgFrameBytes > 0);
@@ -216,25 +240,65 @@ test('metrics stand still after stop and carry into the next session', async () 
   await sleep(300);
   assert.deepStrictEqual(kestrane.getMetrics(), stopped, 'nothing moves without a session');
   const collector = await openCollector();
-  control.setMachine({ ...control.currentMachine(), nvencInstalled: false });
-  control.planFault({ call: 'MFTEnumEx', delayMs: 300, fails: false, times: 1 });
-  kestrane.start(options(collector.port));
-  assert.ok(kestrane.getMetrics().droppedFrames >= stopped.droppedFrames, 'drops go on counting');
-  assert.strictEqual(kestrane.getMetrics().encoderName, 'mf-h264', 'the new encoder once chosen');
-  kestrane.stop();
-  await collector.close();
+  try {
+    control.setMachine({ ...control.currentMachine(), nvencInstalled: false });
+    control.planFault({ call: 'MFTEnumEx', delayMs: 300, fails: false, times: 1 });
+    // A desktop that gives no frame: nothing can be dropped, so the count is the old one exactly.
+    control.planFault({ call: 'IDXGIOutputDuplication::AcquireNextFrame', value: DXGI_ERROR_WAIT_TIMEOUT, times: 0 });
+    kestrane.start(options(collector.port));
+    assert.strictEqual(kestrane.getMetrics().droppedFrames, stopped.droppedFrames, 'drops carry into the new session');
+    assert.strictEqual(kestrane.getMetrics().encoderName, 'mf-h264', 'the new encoder once chosen');
+  } finally {
+    kestrane.stop();
+    await collector.close();
+  }
 });
 
 test('a start on a live session ends it first, even when the new options are bad', async () => {
   const collector = await openCollector();
-  kestrane.start(options(collector.port));
-  kestrane.start(options(collector.port, { fps: 60 }));
-  assert.throws(() => kestrane.start({}), { message: 'nativeHandle is required' });
-  const sentAfterBadStart = control.datagramsSent();
-  await sleep(300);
-  assert.strictEqual(control.datagramsSent(), sentAfterBadStart, 'the bad start ended the session');
-  assert.strictEqual(control.totalLiveObjects(), 0);
-  await collector.close();
+  try {
+    kestrane.start(options(collector.port));
+    kestrane.start(options(collector.port, { fps: 60 }));
+    assert.throws(() => kestrane.start({}), { message: 'nativeHandle is required' });
+    const sentAfterBadStart = control.datagramsSent();
+    await sleep(300);
+    assert.strictEqual(control.datagramsSent(), sentAfterBadStart, 'the bad start ended the session');
+    assert.strictEqual(control.totalLiveObjects(), 0);
+
+    // An argument that is no object is refused before anything else: the session runs on.
+    kestrane.start(options(collector.port));
+    assert.throws(() => kestrane.start(5), { name: 'TypeError', message: 'start(options) requires an options object' });
+    const sentAfterRefusal = control.datagramsSent();
+    await until(() => control.datagramsSent() > sentAfterRefusal, 'start(5) left the session running');
+  } finally {
+    kestrane.stop();
+    await collector.close();
+  }
+});
+
+test('a running session shows what the option reader kept', async () => {
+  const collector = await openCollector();
+  const integrated = { vendorId: 0x8086, deviceId: 1, outputs: [{ width: 640, height: 480 }] };
+  try {
+    // The port keeps its low 16 bits, the largest SSRC is whole, and an ssrc inside rtpTarget is
+    // not looked at.
+    kestrane.start(options(65536 + collector.port, { ssrc: 0xffffffff, rtpTarget: { ip: '127.0.0.1', port: 65536 + collector.port, ssrc: 7 } }));
+    await until(() => collector.datagrams.length > 0, 'datagrams reach port + 65536 & 0xffff');
+    assert.strictEqual(header(collector.datagrams[0]).ssrc, 0xffffffff);
+    kestrane.stop();
+
+    // An encoder name in the wrong case is Auto: NVENC on an NVIDIA adapter (where "mf-h264"
+    // would be Media Foundation), Media Foundation on another vendor's (where "nvenc" fails).
+    kestrane.start(options(collector.port, { encoder: 'NVENC' }));
+    assert.strictEqual(kestrane.getMetrics().encoderName, 'nvenc');
+    kestrane.stop();
+    control.setMachine({ adapters: [integrated] });
+    kestrane.start(options(collector.port, { encoder: 'NVENC' }));
+    assert.strictEqual(kestrane.getMetrics().encoderName, 'mf-h264');
+  } finally {
+    kestrane.stop();
+    await collector.close();
+  }
 });
 
 test('process.exit with a live session exits cleanly', () => {
