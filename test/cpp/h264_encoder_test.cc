@@ -72,12 +72,15 @@ double expectFaithful(int width, int height, int bitrate, int frames, int thread
   return psnrSum / frames;
 }
 
-TEST(H264Encoder, DecodesBackToTheDesktopAt640x360) { expectFaithful(640, 360, 3'000'000, 30); }
+// One slice, so that each picture's quality is the same every run: slices balanced by load lie
+// where the threads' timing puts them, and on a busy machine a picture soon after the key frame
+// can come out several decibels lower (the slice test below holds them to the mean).
+TEST(H264Encoder, DecodesBackToTheDesktopAt640x360) { expectFaithful(640, 360, 3'000'000, 30, 1); }
 
-TEST(H264Encoder, DecodesBackToTheDesktopAt1280x720) { expectFaithful(1280, 720, 8'000'000, 20); }
+TEST(H264Encoder, DecodesBackToTheDesktopAt1280x720) { expectFaithful(1280, 720, 8'000'000, 20, 1); }
 
 // Rows of chroma that end off the vector width, and a picture that ends inside a macroblock.
-TEST(H264Encoder, DecodesBackToTheDesktopAt1366x768) { expectFaithful(1366, 768, 8'000'000, 8); }
+TEST(H264Encoder, DecodesBackToTheDesktopAt1366x768) { expectFaithful(1366, 768, 8'000'000, 8, 1); }
 
 // Slices encoded side by side lose prediction across their edges and, balanced by load, lie where
 // the threads' timing puts them: over two seconds they stay within two decibels of one slice (the
