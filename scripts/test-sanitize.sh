@@ -11,8 +11,10 @@ npm_install
 
 tree=build/sanitize
 flags="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
+# -O1 -g1 compiles in about a third of the time of -O2 -g and still gives file and line in reports.
 if [ ! -f "$tree/cmake/CMakeCache.txt" ]; then
-  cmake -S . -B "$tree/cmake" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRANE_BENCHES=OFF \
+  cmake -S . -B "$tree/cmake" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" \
+    -DKESTRANE_BENCHES=OFF \
     -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" \
     -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined" \
     -DCMAKE_MODULE_LINKER_FLAGS="-fsanitize=address,undefined" \

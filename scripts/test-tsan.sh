@@ -10,8 +10,10 @@ npm_install
 
 tree=build/tsan
 flags="-fsanitize=thread -fno-omit-frame-pointer"
+# -O1 -g1 compiles in about a third of the time of -O2 -g and still gives file and line in reports.
 if [ ! -f "$tree/cmake/CMakeCache.txt" ]; then
-  cmake -S . -B "$tree/cmake" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRANE_BENCHES=OFF \
+  cmake -S . -B "$tree/cmake" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" \
+    -DKESTRANE_BENCHES=OFF \
     -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" \
     -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=thread" -DCMAKE_MODULE_LINKER_FLAGS="-fsanitize=thread" \
     -DKESTRANE_OUTPUT_DIR="$PWD/$tree/Release" >/dev/null
