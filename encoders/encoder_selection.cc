@@ -94,7 +94,7 @@ bool switchToNvenc(NativeSession& session) {
     session.encoder.reset();
     return false;
   }
-  session.encoder->requestKeyFrame();
+  session.requestKeyFrame();
   session.encoderName.store(session.encoder->name());
   logInfo("Switched from MF to NVENC encoder");
   return true;

@@ -113,7 +113,7 @@ bool sendWithoutSlice(NativeSession& session, const std::vector<uint8_t>& out, u
   }
   if (state.noSliceCount < kNoSliceRecoveryAt) return true;
   if (std::strcmp(encoderName, "nvenc") == 0) {
-    session.encoder->requestKeyFrame();
+    session.requestKeyFrame();
     state.noSliceCount = 0;
   } else if (std::strcmp(encoderName, "mf-h264") == 0 && switchToNvenc(session)) {
     state.readbackTexture.reset();
@@ -294,7 +294,7 @@ void runWorker(NativeSession* session) {
     return;
   }
   session->reportReady();
-  session->encoder->requestKeyFrame();
+  session->requestKeyFrame();
 
   FramePacing pacing = FramePacing::forRate(session->options.fps);
   FrameLoopState state;

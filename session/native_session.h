@@ -72,6 +72,14 @@ class NativeSession {
   // a run-time switch changes it.
   std::atomic<const char*> encoderName{""};
 
+  // Asks the encoder for a key frame, and counts the ask: a new encoder has one pending already,
+  // so the count is the only trace of the asks that begin a session and follow a switch.
+  void requestKeyFrame() {
+    keyFrameRequests.fetch_add(1);
+    encoder->requestKeyFrame();
+  }
+  std::atomic<uint32_t> keyFrameRequests{0};
+
   // The encode device: the NVIDIA context where one was made for encoding, else the capture one.
   D3DContext* encodeDevice() const { return encodeContext ? encodeContext.get() : captureContext.get(); }
 };

@@ -109,12 +109,15 @@ TEST_F(EncoderSelectionTest, AFailedSwitchEmptiesTheSlotAndKeepsTheOldName) {
   EXPECT_TRUE(logged("[kestrane-win][error] NVENC fallback encoder init failed\n"));
   EXPECT_FALSE(session->encoder) << "every later frame is dropped";
   EXPECT_STREQ(session->currentEncoderName(), "mf-h264");
+  EXPECT_EQ(session->keyFrameRequests.load(), 0u);
 
-  // A switch that works names the new encoder.
+  // A switch that works names the new encoder and asks it for a key frame (which a new encoder
+  // has pending anyway, so the ask is counted rather than seen in the picture).
   ASSERT_TRUE(selectEncoder(*session));
   EXPECT_TRUE(switchToNvenc(*session));
   EXPECT_STREQ(session->currentEncoderName(), "nvenc");
   EXPECT_TRUE(logged("[kestrane-win] Switched from MF to NVENC encoder\n"));
+  EXPECT_EQ(session->keyFrameRequests.load(), 1u);
 }
 
 }  // namespace

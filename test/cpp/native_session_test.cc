@@ -59,6 +59,16 @@ TEST_F(NativeSessionTest, AFailureThatComesAtOnceEndsStartAtOnceWithItsDetail) {
   EXPECT_EQ(control::totalLiveObjects(), 0);
 }
 
+// A new encoder has a key frame pending anyway, so the worker's own ask shows in the count only.
+TEST_F(NativeSessionTest, EachStartAsksTheEncoderForOneKeyFrame) {
+  NativeSession session;
+  for (uint32_t run = 1; run <= 2; ++run) {
+    ASSERT_TRUE(session.start(options)) << session.lastError;
+    session.stop();
+    EXPECT_EQ(session.keyFrameRequests.load(), run);
+  }
+}
+
 TEST_F(NativeSessionTest, AGeneralTextStandsWhereNoDetailWasRecorded) {
   NativeSession session;
   control::MachineDescription machine;  // no adapter at all
