@@ -114,8 +114,15 @@ class H264Transform final : public ComObject, public IMFTransform, public ICodec
   void flush();
 
   // The frame path (h264_transform_stream.cc).
-  HRESULT readPicture(IMFSample* sample, std::vector<BYTE>& nv12);
-  HRESULT encode(IMFSample* sample, EncodedOutput& output);
+  // What a picture is read against; taken under the lock, so that the reading needs none.
+  struct PictureTarget {
+    UINT32 width;
+    UINT32 height;
+    ID3D11Device* device;  // compared only, never called
+  };
+  PictureTarget pictureTarget() const { return {format.width, format.height, managerDevice}; }
+  HRESULT readPicture(IMFSample* sample, const PictureTarget& target, std::vector<BYTE>& nv12) const;
+  HRESULT encodePicture(IMFSample* sample, const std::vector<BYTE>& nv12, EncodedOutput& output);
   void frame(std::vector<BYTE>& bytes) const;  // Annex B as this kind writes it
   HRESULT deliver(MFT_OUTPUT_DATA_BUFFER& buffer, EncodedOutput& output);
   void startWorker();
@@ -148,6 +155,7 @@ class H264Transform final : public ComObject, public IMFTransform, public ICodec
   // The asynchronous kind.
   EventQueue events;
   int credits = 0;                  // METransformNeedInput sent and not yet answered by ProcessInput
+  UINT64 flushes = 0;               // a picture read during a flush is dropped
   std::deque<IMFSample*> inputs;    // taken, not yet encoded; one reference each
   std::condition_variable workArrived;
   std::thread worker;

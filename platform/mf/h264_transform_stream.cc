@@ -93,10 +93,10 @@ void H264Transform::frame(std::vector<BYTE>& bytes) const {
   if (kind == TransformKind::SoftwareEnumerated) bytes = lengthPrefixed(bytes);
 }
 
-HRESULT H264Transform::readPicture(IMFSample* sample, std::vector<BYTE>& nv12) {
+HRESULT H264Transform::readPicture(IMFSample* sample, const PictureTarget& target, std::vector<BYTE>& nv12) const {
   std::vector<IMFMediaBuffer*> buffers = buffersOf(sample);
   HRESULT hr = S_OK;
-  size_t expected = size_t(format.width) * format.height * 3 / 2;
+  size_t expected = size_t(target.width) * target.height * 3 / 2;
   if (buffers.empty()) {
     hr = E_INVALIDARG;
   } else if (async() && surfaceOf(buffers[0]) != nullptr) {
@@ -109,14 +109,14 @@ HRESULT H264Transform::readPicture(IMFSample* sample, std::vector<BYTE>& nv12) {
     if (SUCCEEDED(hr)) {
       ID3D11Device* device = nullptr;
       texture->GetDevice(&device);
-      if (device == nullptr || device != managerDevice) hr = E_INVALIDARG;
+      if (device == nullptr || device != target.device) hr = E_INVALIDARG;
       if (device != nullptr) device->Release();
     }
-    if (SUCCEEDED(hr) && !readTexture(texture, format.width, format.height, nv12)) hr = E_INVALIDARG;
+    if (SUCCEEDED(hr) && !readTexture(texture, target.width, target.height, nv12)) hr = E_INVALIDARG;
     if (texture != nullptr) texture->Release();
     if (dxgi != nullptr) dxgi->Release();
   } else if (IUnknown* surface = surfaceOf(buffers[0])) {
-    if (!readTexture(static_cast<ID3D11Texture2D*>(surface), format.width, format.height, nv12)) hr = E_INVALIDARG;
+    if (!readTexture(static_cast<ID3D11Texture2D*>(surface), target.width, target.height, nv12)) hr = E_INVALIDARG;
   } else if (!readValidBytes(buffers[0], nv12) || nv12.size() < expected) {
     hr = E_INVALIDARG;
   }
@@ -125,9 +125,9 @@ HRESULT H264Transform::readPicture(IMFSample* sample, std::vector<BYTE>& nv12) {
 }
 
 // Runs with `mutex` held.
-HRESULT H264Transform::encode(IMFSample* sample, EncodedOutput& output) {
-  std::vector<BYTE> nv12;
-  if (HRESULT hr = readPicture(sample, nv12); FAILED(hr)) return hr;
+HRESULT H264Transform::encodePicture(IMFSample* sample, const std::vector<BYTE>& nv12, EncodedOutput& output) {
+  // A type set while the picture was read makes it the wrong size.
+  if (nv12.size() != size_t(format.width) * format.height * 3 / 2) return E_INVALIDARG;
   if (!codec) {
     video::H264EncoderSettings settings;
     settings.width = int(format.width);
@@ -174,7 +174,10 @@ HRESULT H264Transform::ProcessInput(DWORD dwInputStreamID, IMFSample* pSample, D
     // One picture at a time: its output has to be fetched before the next goes in.
     if (!outputs.empty() || draining) return MF_E_NOTACCEPTING;
     EncodedOutput output;
-    if (HRESULT hr = encode(pSample, output); FAILED(hr)) return hr;
+    std::vector<BYTE> nv12;
+    HRESULT hr = readPicture(pSample, pictureTarget(), nv12);
+    if (SUCCEEDED(hr)) hr = encodePicture(pSample, nv12, output);
+    if (FAILED(hr)) return hr;
     outputs.push_back(std::move(output));
     recordInputSample(pSample);
     return S_OK;
@@ -276,6 +279,7 @@ void H264Transform::flush() {
     inputs.clear();
     credits = 0;
     draining = false;
+    ++flushes;
   }
   for (IMFSample* sample : dropped) sample->Release();
 }
@@ -312,8 +316,20 @@ void H264Transform::work() {
     }
     IMFSample* sample = inputs.front();
     inputs.pop_front();
+    // The picture comes off the GPU without the lock, as hardware reads it beside its caller:
+    // ProcessInput, ProcessOutput and the events don't wait for it.
+    const PictureTarget target = pictureTarget();
+    const UINT64 flushesBefore = flushes;
+    lock.unlock();
+    std::vector<BYTE> nv12;
+    HRESULT hr = readPicture(sample, target, nv12);
+    lock.lock();
+    if (stopping || flushes != flushesBefore) {
+      sample->Release();
+      continue;  // flushed or stopping meanwhile: the picture goes with the rest
+    }
     EncodedOutput output;
-    HRESULT hr = encode(sample, output);
+    if (SUCCEEDED(hr)) hr = encodePicture(sample, nv12, output);
     sample->Release();
     if (FAILED(hr)) {
       events.queue(MEError, hr);

@@ -431,9 +431,10 @@ TEST_F(MfTransformTest, TheHardwareTransformAnswersOnlyAgainstItsEvents) {
   DWORD status = 0;
   EXPECT_EQ(transform->ProcessOutput(0, 1, &output, &status), E_UNEXPECTED) << "no output announced";
   // The transform's thread takes a while over the picture, so that the next request can't have
-  // come yet however fast it encodes.
+  // come yet however fast it encodes; meanwhile the transform answers at once.
   control::delayCall("IMFDXGIBuffer::GetResource", 500, 1);
   ASSERT_EQ(transform->ProcessInput(0, sample.get(), 0), S_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the thread is in the read
   EXPECT_EQ(transform->ProcessInput(0, sample.get(), 0), MF_E_NOTACCEPTING) << "the credit is spent";
   ASSERT_EQ(nextEvent(transform.get()), MediaEventType(METransformHaveOutput));
 
@@ -453,6 +454,16 @@ TEST_F(MfTransformTest, TheHardwareTransformAnswersOnlyAgainstItsEvents) {
   ASSERT_EQ(transform->ProcessMessage(MFT_MESSAGE_COMMAND_DRAIN, 0), S_OK);
   EXPECT_EQ(nextEvent(transform.get()), MediaEventType(METransformDrainComplete));
   EXPECT_EQ(transform->ProcessInput(0, sample.get(), 0), MF_E_NOTACCEPTING);
+
+  // A flush while the thread reads a picture drops it: nothing comes of it.
+  ASSERT_EQ(transform->ProcessMessage(MFT_MESSAGE_NOTIFY_START_OF_STREAM, 0), S_OK);
+  ASSERT_EQ(nextEvent(transform.get()), MediaEventType(METransformNeedInput));
+  control::delayCall("IMFDXGIBuffer::GetResource", 300, 1);
+  ASSERT_EQ(transform->ProcessInput(0, sample.get(), 0), S_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the thread is in the read
+  ASSERT_EQ(transform->ProcessMessage(MFT_MESSAGE_COMMAND_FLUSH, 0), S_OK);
+  EXPECT_EQ(nextEvent(transform.get(), std::chrono::milliseconds(600)), MEUnknown);
+  EXPECT_EQ(transform->ProcessOutput(0, 1, &output, &status), E_UNEXPECTED);
   transform.reset();
   generator.reset();
   manager.reset();
