@@ -4,10 +4,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <thread>
 
@@ -74,6 +77,25 @@ void XvfbServer::kill() {
   ::kill(pid, SIGKILL);
   reap(pid, 5000);
   pid = -1;
+  reserveDisplayNumber();
+}
+
+// A server that starts beside this one takes the first free number, which would make a killed
+// server's display reachable again. Holding its abstract socket name keeps the number taken: the
+// server refuses a number whose socket is in use, and a client's connect there is refused.
+void XvfbServer::reserveDisplayNumber() {
+  if (display.size() < 2 || reservation >= 0) return;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::string path = "/tmp/.X11-unix/X" + display.substr(1);
+  path.copy(address.sun_path + 1, sizeof address.sun_path - 2);  // sun_path[0] == 0: abstract
+  reservation = socket(AF_UNIX, SOCK_STREAM, 0);
+  if (reservation < 0) return;
+  socklen_t length = socklen_t(offsetof(sockaddr_un, sun_path) + 1 + path.size());
+  if (bind(reservation, reinterpret_cast<sockaddr*>(&address), length) != 0) {
+    close(reservation);
+    reservation = -1;
+  }
 }
 
 XPainter::XPainter(const std::string& name) : display(XOpenDisplay(name.c_str())) {}
@@ -119,6 +141,7 @@ void XPainter::provokeError() {
 }
 
 XvfbServer::~XvfbServer() {
+  if (reservation >= 0) close(reservation);
   if (pid <= 0) return;
   ::kill(pid, SIGTERM);
   if (!reap(pid, 3000)) kill();

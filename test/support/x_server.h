@@ -23,11 +23,15 @@ class XvfbServer {
   bool running() const { return pid > 0 && !display.empty(); }
   // ":N"
   const std::string& name() const { return display; }
-  // Ends the server at once, as a crash would.
+  // Ends the server at once, as a crash would. Its display number stays unreachable, and taken,
+  // for as long as this object lives.
   void kill();
 
  private:
+  void reserveDisplayNumber();
+
   pid_t pid = -1;
+  int reservation = -1;  // a socket bound to the killed server's name
   std::string display;
 };
 
