@@ -126,8 +126,6 @@ HRESULT H264Transform::readPicture(IMFSample* sample, const PictureTarget& targe
 
 // Runs with `mutex` held.
 HRESULT H264Transform::encodePicture(IMFSample* sample, const std::vector<BYTE>& nv12, EncodedOutput& output) {
-  // A type set while the picture was read makes it the wrong size.
-  if (nv12.size() != size_t(format.width) * format.height * 3 / 2) return E_INVALIDARG;
   if (!codec) {
     video::H264EncoderSettings settings;
     settings.width = int(format.width);
@@ -328,6 +326,8 @@ void H264Transform::work() {
       sample->Release();
       continue;  // flushed or stopping meanwhile: the picture goes with the rest
     }
+    // A type set while the picture was read makes it the wrong size.
+    if (SUCCEEDED(hr) && (target.width != format.width || target.height != format.height)) hr = E_INVALIDARG;
     EncodedOutput output;
     if (SUCCEEDED(hr)) hr = encodePicture(sample, nv12, output);
     sample->Release();

@@ -141,11 +141,11 @@ void XPainter::provokeError() {
 }
 
 XvfbServer::~XvfbServer() {
+  if (pid > 0) {
+    ::kill(pid, SIGTERM);
+    if (!reap(pid, 3000)) kill();
+  }
   if (reservation >= 0) close(reservation);
-  if (pid <= 0) return;
-  ::kill(pid, SIGTERM);
-  if (!reap(pid, 3000)) kill();
-  pid = -1;
 }
 
 }  // namespace testing_support
